@@ -1,0 +1,108 @@
+#include "toggle_schema/schema_json.h"
+
+// The parser's default is to recurse, which ends a process on its stack at some 130,000 levels.
+#define RAPIDJSON_PARSE_DEFAULT_FLAGS kParseIterativeFlag
+#include <rapidjson/document.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <utility>
+
+namespace feature_toggle {
+namespace {
+
+// The member names of the files, for readers and writer alike.
+constexpr char kKey[] = "key";
+constexpr char kValue[] = "value";
+constexpr char kOptions[] = "options";
+constexpr char kDescription[] = "description";
+constexpr char kVariables[] = "variables";
+constexpr char kGitRevision[] = "git_revision";
+
+// The first member of that name, or null.
+const rapidjson::Value* Find(const rapidjson::Value& object, const char* name) {
+  const auto member = object.FindMember(name);
+  return member == object.MemberEnd() ? nullptr : &member->value;
+}
+
+// Reads a member into `text`, which an absent one leaves as it is. False if it is not a string.
+bool ReadText(const rapidjson::Value& object, const char* name, std::string& text) {
+  const rapidjson::Value* member = Find(object, name);
+  if (member == nullptr) return true;
+  if (!member->IsString()) return false;
+  text = member->GetString();
+  return true;
+}
+
+void ReadVariable(const rapidjson::Value& element, ToggleSchema& schema) {
+  if (!element.IsObject()) return;
+  ToggleVariable variable;
+  if (!ReadText(element, kKey, variable.key) || !ReadText(element, kValue, variable.value)) return;
+  const rapidjson::Value* options = Find(element, kOptions);
+  if (options != nullptr && options->IsArray()) {
+    for (const rapidjson::Value& option : options->GetArray()) {
+      if (option.IsString()) variable.options.emplace_back(option.GetString());
+    }
+  }
+  ReadText(element, kDescription, variable.description);
+  schema.variables[variable.key] = std::move(variable);
+}
+
+}  // namespace
+
+ToggleSchema ParseToggleSchema(const std::string& text) {
+  ToggleSchema schema;
+  rapidjson::Document document;
+  document.Parse(text.c_str());
+  if (document.HasParseError()) return schema;
+
+  const rapidjson::Value* variables = &document;
+  if (document.IsObject()) {
+    ReadText(document, kGitRevision, schema.git_revision);
+    variables = Find(document, kVariables);
+  }
+  if (variables != nullptr && variables->IsArray()) {
+    for (const rapidjson::Value& element : variables->GetArray()) ReadVariable(element, schema);
+  }
+  return schema;
+}
+
+std::string ReadGitRevision(const std::string& text) {
+  std::string git_revision;
+  rapidjson::Document document;
+  document.Parse(text.c_str());
+  if (!document.HasParseError() && document.IsObject()) {
+    ReadText(document, kGitRevision, git_revision);
+  }
+  return git_revision;
+}
+
+std::string SerializeToggleSchema(const ToggleSchema& schema) {
+  rapidjson::Document document;
+  document.SetObject();
+  auto& allocator = document.GetAllocator();
+  const auto copy = [&allocator](const std::string& text) {
+    return rapidjson::Value(text.c_str(), allocator);
+  };
+
+  rapidjson::Value variables(rapidjson::kArrayType);
+  for (const auto& [key, variable] : schema.variables) {
+    rapidjson::Value element(rapidjson::kObjectType);
+    element.AddMember(kKey, copy(variable.key), allocator);
+    element.AddMember(kValue, copy(variable.value), allocator);
+    element.AddMember(kDescription, copy(variable.description), allocator);
+    rapidjson::Value options(rapidjson::kArrayType);
+    for (const std::string& option : variable.options) options.PushBack(copy(option), allocator);
+    element.AddMember(kOptions, options, allocator);
+    variables.PushBack(element, allocator);
+  }
+  document.AddMember(kGitRevision, copy(schema.git_revision), allocator);
+  document.AddMember(kVariables, variables, allocator);
+
+  rapidjson::StringBuffer buffer;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+  document.Accept(writer);
+  return buffer.GetString();
+}
+
+}  // namespace feature_toggle

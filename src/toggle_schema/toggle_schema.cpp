@@ -1,0 +1,23 @@
+#include "toggle_schema/toggle_schema.h"
+
+namespace feature_toggle {
+
+void SetToggle(ToggleSchema& schema, const std::string& toggle_key,
+               const std::string& toggle_value) {
+  ToggleVariable& variable = schema.variables[toggle_key];
+  variable.key = toggle_key;
+  variable.value = toggle_value;
+}
+
+std::map<std::string, std::string> EffectiveValues(const ToggleSchema& primary,
+                                                   const ToggleSchema& secondary) {
+  std::map<std::string, std::string> values;
+  for (const ToggleSchema* schema : {&primary, &secondary}) {
+    for (const auto& [key, variable] : schema->variables) {
+      values[key] = variable.value;
+    }
+  }
+  return values;
+}
+
+}  // namespace feature_toggle
