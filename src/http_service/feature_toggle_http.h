@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "toggle_schema/toggle_schema.h"
+
+namespace feature_toggle {
+
+/// Serves the configuration page and its two actions, update and reboot, over HTTP.
+///
+/// The documents are the service's own copies: updates change its copy of the secondary one and
+/// the secondary schema file, never the caller's. Set both before `Listen`, not while it runs.
+class IFeatureToggleHTTP {
+ public:
+  virtual ~IFeatureToggleHTTP() = default;
+
+  /// Replaces the whole primary document.
+  virtual void SetPrimarySchema(const ToggleSchema& schema) = 0;
+
+  /// Replaces the whole secondary document.
+  virtual void SetSecondarySchema(const ToggleSchema& schema) = 0;
+
+  /// Serves until accepting connections fails, in practice until the process ends. Returns at once
+  /// and says nothing if `host` does not resolve or `port` cannot be bound. The handlers run on
+  /// worker threads: max(2, hardware threads - 1).
+  virtual void Listen(const std::string& host, int port) = 0;
+};
+
+class FeatureToggleHTTP : public IFeatureToggleHTTP {
+ public:
+  /// Updates are saved to `secondary_schema_path`. Makes the whole process ignore SIGPIPE.
+  explicit FeatureToggleHTTP(const std::string& secondary_schema_path);
+
+  void SetPrimarySchema(const ToggleSchema& schema) override;
+  void SetSecondarySchema(const ToggleSchema& schema) override;
+  void Listen(const std::string& host, int port) override;
+
+ private:
+  std::unique_ptr<IFeatureToggleHTTP> impl_;
+};
+
+}  // namespace feature_toggle

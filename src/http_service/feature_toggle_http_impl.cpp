@@ -1,0 +1,96 @@
+#include "http_service/feature_toggle_http_impl.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <limits>
+#include <mutex>
+#include <thread>
+
+#include "file_access/file_saver.h"
+#include "http_service/configuration_page.h"
+#include "toggle_schema/schema_json.h"
+
+namespace feature_toggle {
+namespace {
+
+constexpr char kHtml[] = "text/html";
+
+// Every setting of the server, whatever the library's release takes as its own. The listening
+// backlog (5) and the longest form (8192 bytes) can only be set where the library is compiled.
+void ConfigureServer(httplib::Server& server) {
+  const unsigned hardware_threads = std::thread::hardware_concurrency();  // 0: unknown
+  const unsigned workers = std::max(3U, hardware_threads) - 1;
+  server.new_task_queue = [workers] { return new httplib::ThreadPool(workers); };
+  server.set_keep_alive_max_count(5);
+  server.set_keep_alive_timeout(5);
+  server.set_read_timeout(5, 0);
+  server.set_write_timeout(5, 0);
+  server.set_idle_interval(0, 0);
+  server.set_payload_max_length(std::numeric_limits<size_t>::max());
+  server.set_address_family(AF_UNSPEC);
+  server.set_tcp_nodelay(false);
+  server.set_socket_options([](int socket) {
+    const int on = 1;
+    setsockopt(socket, SOL_SOCKET, SO_REUSEPORT, &on, sizeof on);
+  });
+}
+
+}  // namespace
+
+FeatureToggleHTTPImpl::FeatureToggleHTTPImpl(const std::string& secondary_schema_path)
+    : secondary_schema_path_(secondary_schema_path) {
+  using httplib::Request;
+  using httplib::Response;
+  ConfigureServer(server_);
+  server_.Get("/", [this](const Request&, Response& response) { ShowPage(response); });
+  server_.Post("/update",
+               [this](const Request& request, Response& response) { Update(request, response); });
+  server_.Post("/reboot", [](const Request&, Response& response) { Reboot(response); });
+}
+
+FeatureToggleHTTPImpl::~FeatureToggleHTTPImpl() { server_.stop(); }
+
+void FeatureToggleHTTPImpl::SetPrimarySchema(const ToggleSchema& schema) { primary_ = schema; }
+
+void FeatureToggleHTTPImpl::SetSecondarySchema(const ToggleSchema& schema) { secondary_ = schema; }
+
+void FeatureToggleHTTPImpl::Listen(const std::string& host, int port) {
+  server_.listen(host, port);
+}
+
+std::string FeatureToggleHTTPImpl::RenderPage() const {
+  return RenderConfigurationPage(EffectiveValues(primary_, secondary_));
+}
+
+void FeatureToggleHTTPImpl::ShowPage(httplib::Response& response) const {
+  const std::shared_lock lock(mutex_);
+  response.set_content(RenderPage(), kHtml);
+}
+
+void FeatureToggleHTTPImpl::Update(const httplib::Request& request, httplib::Response& response) {
+  const std::unique_lock lock(mutex_);
+  // The values from before the request: of a field posted twice, the last one that differs counts.
+  const auto values = EffectiveValues(primary_, secondary_);
+  bool changed = false;
+  for (const auto& [key, value] : request.params) {
+    const auto current = values.find(key);
+    if (current == values.end() || current->second == value) continue;
+    SetToggle(secondary_, key, value);
+    changed = true;
+  }
+  if (changed) {
+    // After a failure the change stays in memory, and the next one saves it too.
+    file_utils::FileSaver().Save(secondary_schema_path_, SerializeToggleSchema(secondary_),
+                                 nullptr);
+  }
+  response.set_content(RenderPage(), kHtml);
+}
+
+void FeatureToggleHTTPImpl::Reboot(httplib::Response& response) {
+  response.set_content(
+      "<h3>Rebooting the core to take effect...please wait for refresh after 30 seconds.</h3>",
+      kHtml);
+  [[maybe_unused]] const int status = std::system("reboot");
+}
+
+}  // namespace feature_toggle
