@@ -1,0 +1,69 @@
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+#include "app/export_script.h"
+#include "app/settings.h"
+#include "file_access/file_loader.h"
+#include "file_access/file_saver.h"
+#include "http_service/feature_toggle_http.h"
+#include "toggle_schema/schema_json.h"
+
+// The start-up sequence. No file failure is reported: an empty callback stands for "go on with what
+// there is".
+int main(int argc, char** argv) {
+  using namespace feature_toggle;
+
+  CLI::App app("Feature Toggle Daemon");
+  Settings settings;
+  BindSettings(app, settings);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    return app.exit(e);
+  }
+
+  // Load.
+  const auto parse_into = [](ToggleSchema& target) {
+    return [&target](const std::string& text) { target = ParseToggleSchema(text); };
+  };
+  file_utils::FileLoader loader;
+  ToggleSchema primary;
+  loader.Load(settings.primary_schema_path, parse_into(primary), nullptr);
+  std::string build_revision;
+  if (settings.preserve_configuration == 0) {
+    loader.Load(
+        settings.build_info_path,
+        [&build_revision](const std::string& text) { build_revision = ReadGitRevision(text); },
+        nullptr);
+  }
+  ToggleSchema secondary;
+  if (!settings.reset) {
+    loader.Load(settings.secondary_schema_path, parse_into(secondary), nullptr);
+  }
+
+  // Bring up to date.
+  if (!build_revision.empty()) secondary.git_revision = build_revision;
+  bool serve = settings.port > 0;
+  if (!settings.entry.empty()) {
+    const std::string& key = settings.entry[0];
+    const std::string& value = settings.entry[1];
+    if (!key.empty() && !value.empty()) SetToggle(secondary, key, value);
+    serve = false;
+  }
+
+  // Save and publish.
+  file_utils::FileSaver saver;
+  saver.Save(settings.secondary_schema_path, SerializeToggleSchema(secondary), nullptr);
+  const std::string export_script = RenderExportScript(EffectiveValues(primary, secondary));
+  if (settings.list) std::cout << export_script << '\n' << std::flush;
+  saver.Save(settings.output_path, export_script, nullptr);
+
+  // Serve.
+  if (serve) {
+    FeatureToggleHTTP service(settings.secondary_schema_path);
+    service.SetPrimarySchema(primary);
+    service.SetSecondarySchema(secondary);
+    service.Listen(settings.hostname, settings.port);
+  }
+  return 0;
+}
