@@ -49,11 +49,11 @@ class Daemon:
         path = self.dir / name
         return os.fsdecode(path.read_bytes()) if path.exists() else None
 
-    def run(self, *arguments, environment=""):
-        """Runs to the end; `environment` is one variable, without its prefix."""
+    def run(self, *arguments, environment="", under=()):
+        """Runs to the end; `environment` is one variable, `under` a command that starts it."""
         env = {**self.env, **dict([f"FEATURE_TOGGLE_{environment}=".split("=")[:2]])}
-        return subprocess.run([*self.command, *arguments], env=env, cwd=self.dir,
-                              capture_output=True, text=True, timeout=100)
+        return subprocess.run([*under, *self.command, *arguments], env=env, cwd=self.dir,
+                              umask=0o027, capture_output=True, text=True, timeout=100)
 
     @contextlib.contextmanager
     def serve(self):
@@ -91,7 +91,9 @@ class Daemon:
         """Serving ends only with the listening socket: shuts it down with pidfd_getfd(2)."""
         pidfd = os.pidfd_open(pid)
         for fd in os.listdir(f"/proc/{pid}/fd"):
-            if os.readlink(f"/proc/{pid}/fd/{fd}").startswith("socket:"):
+            with contextlib.suppress(FileNotFoundError, ValueError):  # closed meanwhile
+                if not os.readlink(f"/proc/{pid}/fd/{fd}").startswith("socket:"):
+                    continue
                 copy = socket.socket(fileno=ctypes.CDLL(None).syscall(438, pidfd, int(fd), 0))
                 if copy.getsockopt(socket.SOL_SOCKET, socket.SO_ACCEPTCONN):
                     copy.shutdown(socket.SHUT_RDWR)
