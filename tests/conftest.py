@@ -74,6 +74,7 @@ class Daemon:
             assert answer.getheader("Content-Type") == ("text/html" if body else None)
             return answer.status, body
 
+        send.url = f"http://127.0.0.1:{port}/"
         try:
             while process.poll() is None:
                 with contextlib.suppress(ConnectionRefusedError):
