@@ -10,7 +10,7 @@ import time
 
 import pytest
 
-FILES = {"primary": "PRIMARY_SCHEMA", "secondary": "SECONDARY_SCHEMA", "build": "BUILD_INFO",
+PATHS = {"primary": "PRIMARY_SCHEMA", "secondary": "SECONDARY_SCHEMA", "build": "BUILD_INFO",
          "script": "OUTPUT"}
 
 
@@ -20,46 +20,49 @@ def pytest_addoption(parser):
 
 def schema(revision, **values):
     """The secondary schema file as the daemon writes it."""
-    variables = [{"key": key, "value": value, "description": "", "options": []}
-                 for key, value in sorted(values.items())]
-    return json.dumps({"git_revision": revision, "variables": variables}, separators=(",", ":"),
-                      ensure_ascii=False)
+    variables = [{"key": key, "value": values[key], "description": "", "options": []}
+                 for key in sorted(values)]
+    return json.dumps({"git_revision": revision, "variables": variables}, ensure_ascii=False,
+                      separators=(",", ":"))
 
 
 class Daemon:
     def __init__(self, command, directory):
-        self.command, self.dir = command, directory
-        reboot = directory / "bin" / "reboot"
+        self.command, self.dir, reboot = command, directory, directory / "bin/reboot"
         reboot.parent.mkdir()
         reboot.write_text(f"#!/bin/sh\necho once >>{directory}/rebooted\n")
         reboot.chmod(0o755)
-        self.env = {f"FEATURE_TOGGLE_{FILES[name]}_PATH": str(directory / name) for name in FILES}
+        self.env = {f"FEATURE_TOGGLE_{PATHS[file]}_PATH": f"{directory}/{file}" for file in PATHS}
         self.env["PATH"] = f"{reboot.parent}:{os.environ['PATH']}"
         found = subprocess.check_output(["sh", "-c", "command -v reboot"], env=self.env, text=True)
         if found.strip() != str(reboot):
             pytest.exit(f"{found.strip()} would reboot this machine")
 
-    def write(self, **texts):
-        for name, text in texts.items():
-            (self.dir / name).unlink(missing_ok=True)
-            if text is not None:
-                (self.dir / name).write_bytes(os.fsencode(text))
-
     def read(self, name):
         path = self.dir / name
-        return os.fsdecode(path.read_bytes()) if path.exists() else None
+        return os.fsdecode(path.read_bytes()) if path.is_file() else None
 
-    def run(self, *arguments, environment="", under=()):
-        """Runs to the end; `environment` is one variable, `under` a command that starts it."""
-        env = {**self.env, **dict([f"FEATURE_TOGGLE_{environment}=".split("=")[:2]])}
-        return subprocess.run([*under, *self.command, *arguments], env=env, cwd=self.dir,
-                              umask=0o027, capture_output=True, text=True, timeout=100)
+    def write(self, **files):
+        for name, text in files.items():
+            (self.dir / name).write_bytes(os.fsencode(text))
+
+    def run(self, *arguments, variable="", under=(), **files):
+        """Runs to the end, with one environment `variable` more, `under` a command that starts it.
+        The only input files are those given, unless none is."""
+        for name in files and PATHS:
+            (self.dir / name).unlink(missing_ok=True)
+        self.write(**files)
+        env = {**self.env, **dict([f"FEATURE_TOGGLE_{variable}=".split("=")[:2]])}
+        run = subprocess.run([*under, *self.command, *arguments], env=env, cwd=self.dir, umask=0o027,
+                             capture_output=True, text=True, timeout=100)
+        run.saved, run.script = self.read("secondary"), self.read("script")
+        return run
 
     @contextlib.contextmanager
-    def serve(self):
+    def serve(self, **files):
         """Yields a function that sends a request; at the end nothing may have been printed."""
-        with socket.socket() as probe:
-            probe.bind(("127.0.0.1", 0))
+        self.write(**files)
+        with socket.create_server(("127.0.0.1", 0)) as probe:
             port = probe.getsockname()[1]
         process = subprocess.Popen(
             self.command, env={**self.env, "FEATURE_TOGGLE_HTTP_PORT": f" {port}x"},
@@ -70,34 +73,23 @@ class Daemon:
             connection.request("GET" if form is None else "POST", target, form,
                                {"Content-Type": "application/x-www-form-urlencoded"})
             answer = connection.getresponse()
-            body = os.fsdecode(answer.read())
-            assert answer.getheader("Content-Type") == ("text/html" if body else None)
-            return answer.status, body
+            assert answer.getheader("Content-Type") == (None if answer.status >= 400 else "text/html")
+            return answer.status, os.fsdecode(answer.read())
 
         send.url = f"http://127.0.0.1:{port}/"
         try:
-            while process.poll() is None:
-                with contextlib.suppress(ConnectionRefusedError):
-                    send("/")
-                    break
+            while process.poll() is None and socket.socket().connect_ex(("127.0.0.1", port)) != 0:
                 time.sleep(0.01)
             yield send
-            self.stop_listening(process.pid)
+            # Serving ends only with the listening socket: pidfd_getfd(2) gives a copy to shut down.
+            pidfd = os.pidfd_open(process.pid)
+            for fd in os.listdir(f"/proc/{process.pid}/fd"):
+                copy = ctypes.CDLL(None).syscall(438, pidfd, int(fd), 0)
+                ctypes.CDLL(None).shutdown(copy, socket.SHUT_RD)
+                os.close(copy) if copy >= 0 else None
             assert (process.communicate(timeout=100)[0], process.returncode) == ("", 0)
         finally:
             process.kill()
-
-    @staticmethod
-    def stop_listening(pid):
-        """Serving ends only with the listening socket: shuts it down with pidfd_getfd(2)."""
-        pidfd = os.pidfd_open(pid)
-        for fd in os.listdir(f"/proc/{pid}/fd"):
-            with contextlib.suppress(FileNotFoundError, ValueError):  # closed meanwhile
-                if not os.readlink(f"/proc/{pid}/fd/{fd}").startswith("socket:"):
-                    continue
-                copy = socket.socket(fileno=ctypes.CDLL(None).syscall(438, pidfd, int(fd), 0))
-                if copy.getsockopt(socket.SOL_SOCKET, socket.SO_ACCEPTCONN):
-                    copy.shutdown(socket.SHUT_RDWR)
 
 
 @pytest.fixture
