@@ -30,7 +30,7 @@ bool ReadText(const rapidjson::Value& object, const char* name, std::string& tex
   const rapidjson::Value* member = Find(object, name);
   if (member == nullptr) return true;
   if (!member->IsString()) return false;
-  text = member->GetString();
+  text = std::string(member->GetString());
   return true;
 }
 
@@ -40,12 +40,14 @@ void ReadVariable(const rapidjson::Value& element, ToggleSchema& schema) {
   if (!ReadText(element, kKey, variable.key) || !ReadText(element, kValue, variable.value)) return;
   const rapidjson::Value* options = Find(element, kOptions);
   if (options != nullptr && options->IsArray()) {
+    variable.options.reserve(options->Size());
     for (const rapidjson::Value& option : options->GetArray()) {
       if (option.IsString()) variable.options.emplace_back(option.GetString());
     }
   }
   ReadText(element, kDescription, variable.description);
-  schema.variables[variable.key] = std::move(variable);
+  // Tried at the end first, where it belongs if the file is sorted: no look-up.
+  schema.variables.insert_or_assign(schema.variables.end(), variable.key, std::move(variable));
 }
 
 }  // namespace
@@ -102,7 +104,7 @@ std::string SerializeToggleSchema(const ToggleSchema& schema) {
   rapidjson::StringBuffer buffer;
   rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
   document.Accept(writer);
-  return buffer.GetString();
+  return {buffer.GetString(), buffer.GetSize()};
 }
 
 }  // namespace feature_toggle
