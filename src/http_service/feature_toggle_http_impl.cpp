@@ -5,6 +5,7 @@
 #include <limits>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 #include "file_access/file_saver.h"
 #include "http_service/configuration_page.h"
@@ -15,8 +16,20 @@ namespace {
 
 constexpr char kHtml[] = "text/html";
 
-// Every setting of the server, whatever the library's release takes as its own. The listening
-// backlog (5) and the longest form (8192 bytes) can only be set where the library is compiled.
+// A copy whose records lie in memory in the order in which they are walked, as those of a copied
+// map do not: a third of a page of 10,000 toggles.
+ToggleSchema InOrder(const ToggleSchema& schema) {
+  return {schema.git_revision, {schema.variables.begin(), schema.variables.end()}};
+}
+
+// What set_content does, without its copy of the page.
+void SetPage(httplib::Response& response, std::string page) {
+  response.body = std::move(page);
+  response.set_header("Content-Type", kHtml);
+}
+
+}  // namespace
+
 void ConfigureServer(httplib::Server& server) {
   const unsigned hardware_threads = std::thread::hardware_concurrency();  // 0: unknown
   const unsigned workers = std::max(3U, hardware_threads) - 1;
@@ -35,8 +48,6 @@ void ConfigureServer(httplib::Server& server) {
   });
 }
 
-}  // namespace
-
 FeatureToggleHTTPImpl::FeatureToggleHTTPImpl(const std::string& secondary_schema_path)
     : secondary_schema_path_(secondary_schema_path) {
   using httplib::Request;
@@ -50,9 +61,13 @@ FeatureToggleHTTPImpl::FeatureToggleHTTPImpl(const std::string& secondary_schema
 
 FeatureToggleHTTPImpl::~FeatureToggleHTTPImpl() { server_.stop(); }
 
-void FeatureToggleHTTPImpl::SetPrimarySchema(const ToggleSchema& schema) { primary_ = schema; }
+void FeatureToggleHTTPImpl::SetPrimarySchema(const ToggleSchema& schema) {
+  primary_ = InOrder(schema);
+}
 
-void FeatureToggleHTTPImpl::SetSecondarySchema(const ToggleSchema& schema) { secondary_ = schema; }
+void FeatureToggleHTTPImpl::SetSecondarySchema(const ToggleSchema& schema) {
+  secondary_ = InOrder(schema);
+}
 
 void FeatureToggleHTTPImpl::Listen(const std::string& host, int port) {
   server_.listen(host, port);
@@ -64,7 +79,7 @@ std::string FeatureToggleHTTPImpl::RenderPage() const {
 
 void FeatureToggleHTTPImpl::ShowPage(httplib::Response& response) const {
   const std::shared_lock lock(mutex_);
-  response.set_content(RenderPage(), kHtml);
+  SetPage(response, RenderPage());
 }
 
 void FeatureToggleHTTPImpl::Update(const httplib::Request& request, httplib::Response& response) {
@@ -83,7 +98,7 @@ void FeatureToggleHTTPImpl::Update(const httplib::Request& request, httplib::Res
     file_utils::FileSaver().Save(secondary_schema_path_, SerializeToggleSchema(secondary_),
                                  nullptr);
   }
-  response.set_content(RenderPage(), kHtml);
+  SetPage(response, RenderPage());
 }
 
 void FeatureToggleHTTPImpl::Reboot(httplib::Response& response) {
