@@ -172,7 +172,7 @@ def footprints(server, requests):
     server.load(1, lambda: rows.append(["answering", *server.footprint()]))
     while count < requests:
         count += server.load(1)[0]
-        if len(rows) == 2:
+        if len(rows) == 2 and count < requests:
             rows.append([f"after {count:,} more pages", *server.footprint()])
     return [*rows, [f"after {count:,} more pages", *server.footprint()]]
 
