@@ -10,8 +10,8 @@ import time
 
 import pytest
 
-PATHS = {"primary": "PRIMARY_SCHEMA", "secondary": "SECONDARY_SCHEMA", "build": "BUILD_INFO",
-         "script": "OUTPUT"}
+VARIABLES = {"primary": "FEATURE_TOGGLE_PRIMARY_SCHEMA_PATH", "build": "FEATURE_TOGGLE_BUILD_INFO_PATH",
+             "secondary": "FEATURE_TOGGLE_SECONDARY_SCHEMA_PATH", "script": "FEATURE_TOGGLE_OUTPUT_PATH"}
 
 
 def pytest_addoption(parser):
@@ -32,7 +32,7 @@ class Daemon:
         reboot.parent.mkdir()
         reboot.write_text(f"#!/bin/sh\necho once >>{directory}/rebooted\n")
         reboot.chmod(0o755)
-        self.env = {f"FEATURE_TOGGLE_{PATHS[file]}_PATH": f"{directory}/{file}" for file in PATHS}
+        self.env = {name: f"{directory}/{file}" for file, name in VARIABLES.items()}
         self.env["PATH"] = f"{reboot.parent}:{os.environ['PATH']}"
         found = subprocess.check_output(["sh", "-c", "command -v reboot"], env=self.env, text=True)
         if found.strip() != str(reboot):
@@ -42,16 +42,13 @@ class Daemon:
         path = self.dir / name
         return os.fsdecode(path.read_bytes()) if path.is_file() else None
 
-    def write(self, **files):
-        for name, text in files.items():
-            (self.dir / name).write_bytes(os.fsencode(text))
-
     def run(self, *arguments, variable="", under=(), **files):
         """Runs to the end, with one environment `variable` more, `under` a command that starts it.
         The only input files are those given, unless none is."""
-        for name in files and PATHS:
+        for name in files and VARIABLES:
             (self.dir / name).unlink(missing_ok=True)
-        self.write(**files)
+        for name, text in files.items():
+            (self.dir / name).write_bytes(os.fsencode(text))
         env = {**self.env, **dict([f"FEATURE_TOGGLE_{variable}=".split("=")[:2]])}
         run = subprocess.run([*under, *self.command, *arguments], env=env, cwd=self.dir, umask=0o027,
                              capture_output=True, text=True, timeout=100)
@@ -60,13 +57,12 @@ class Daemon:
 
     @contextlib.contextmanager
     def serve(self, **files):
-        """Yields a function that sends a request; at the end nothing may have been printed."""
-        self.write(**files)
+        """After a run, yields a function that sends a request; at the end nothing may be printed."""
+        self.run(**files)
         with socket.create_server(("127.0.0.1", 0)) as probe:
             port = probe.getsockname()[1]
-        process = subprocess.Popen(
-            self.command, env={**self.env, "FEATURE_TOGGLE_HTTP_PORT": f" {port}x"},
-            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        process = subprocess.Popen(self.command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                                   env={**self.env, "FEATURE_TOGGLE_HTTP_PORT": f" {port}x"})
 
         def send(target, form=None):
             connection = http.client.HTTPConnection("127.0.0.1", port, timeout=100)
@@ -87,7 +83,7 @@ class Daemon:
                 copy = ctypes.CDLL(None).syscall(438, pidfd, int(fd), 0)
                 ctypes.CDLL(None).shutdown(copy, socket.SHUT_RD)
                 os.close(copy) if copy >= 0 else None
-            assert (process.communicate(timeout=100)[0], process.returncode) == ("", 0)
+            assert (process.communicate(timeout=100)[0], process.returncode) == (b"", 0)
         finally:
             process.kill()
 

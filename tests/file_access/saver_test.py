@@ -32,8 +32,8 @@ UNPRIVILEGED = ["setpriv", "--bounding-set=-all"]  # root then meets permissions
      ">d/full || :", [], "d/f", "OLD", LINK),
 ])
 def test_target(daemon, setup, under, holder, content, target):
-    daemon.write(primary='[{"key":"A","value":"1"}]', old="OLD")
     script = daemon.dir / "script"
+    daemon.run("-o", "/dev/null", primary='[{"key":"A","value":"1"}]', old="OLD")
     try:
         subprocess.run(["sh", "-ec", setup], cwd=daemon.dir, check=True, umask=0o022)
         inode = os.path.lexists(script) and script.lstat().st_ino
