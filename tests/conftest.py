@@ -20,10 +20,9 @@ def pytest_addoption(parser):
 
 def schema(revision, **values):
     """The secondary schema file as the daemon writes it."""
-    variables = [{"key": key, "value": values[key], "description": "", "options": []}
-                 for key in sorted(values)]
-    return json.dumps({"git_revision": revision, "variables": variables}, ensure_ascii=False,
-                      separators=(",", ":"))
+    document = {"git_revision": revision, "variables": [
+        {"key": key, "value": values[key], "description": "", "options": []} for key in sorted(values)]}
+    return json.dumps(document, ensure_ascii=False, separators=(",", ":"))
 
 
 class Daemon:
@@ -35,8 +34,7 @@ class Daemon:
         self.env = {name: f"{directory}/{file}" for file, name in VARIABLES.items()}
         self.env["PATH"] = f"{reboot.parent}:{os.environ['PATH']}"
         found = subprocess.check_output(["sh", "-c", "command -v reboot"], env=self.env, text=True)
-        if found.strip() != str(reboot):
-            pytest.exit(f"{found.strip()} would reboot this machine")
+        assert found.strip() == str(reboot) or pytest.exit(f"{found} would reboot this machine")
 
     def read(self, name):
         path = self.dir / name
@@ -69,8 +67,7 @@ class Daemon:
             connection.request("GET" if form is None else "POST", target, form,
                                {"Content-Type": "application/x-www-form-urlencoded"})
             answer = connection.getresponse()
-            assert answer.getheader("Content-Type") == (None if answer.status >= 400 else "text/html")
-            return answer.status, os.fsdecode(answer.read())
+            return answer.status, answer.getheader("Content-Type"), os.fsdecode(answer.read())
 
         send.url = f"http://127.0.0.1:{port}/"
         try:
@@ -78,11 +75,10 @@ class Daemon:
                 time.sleep(0.01)
             yield send
             # Serving ends only with the listening socket: pidfd_getfd(2) gives a copy to shut down.
-            pidfd = os.pidfd_open(process.pid)
             for fd in os.listdir(f"/proc/{process.pid}/fd"):
-                copy = ctypes.CDLL(None).syscall(438, pidfd, int(fd), 0)
+                copy = ctypes.CDLL(None).syscall(438, os.pidfd_open(process.pid), int(fd), 0)
                 ctypes.CDLL(None).shutdown(copy, socket.SHUT_RD)
-                os.close(copy) if copy >= 0 else None
+                ctypes.CDLL(None).close(copy)
             assert (process.communicate(timeout=100)[0], process.returncode) == (b"", 0)
         finally:
             process.kill()

@@ -22,20 +22,17 @@ extern "C" int LLVMFuzzerTestOneInput(const char* data, size_t size) {
   service.SetPrimarySchema(schemas[0]);
   service.SetSecondarySchema(schemas[1]);
   for (const auto& [name, text] : EffectiveValues(schemas[0], schemas[1])) {
-    shown += name + ": \1name=\2" + name + "\2 value=\2" + text + "\2\3";
-    using httplib::detail::encode_query_param;
-    if (name.empty()) continue;  // HTML has a browser leave out a field without a name
-    form += encode_query_param(name) + "=" + encode_query_param(text) + "&";
+    shown += name + "\1" + name + "\2" + text + "\3";
+    using httplib::detail::encode_query_param;  // a browser leaves out a field without a name
+    if (!name.empty()) form += encode_query_param(name) + "=" + encode_query_param(text) + "&";
   }
-
   // Markup to other characters first, so that reserved ones which are left were not escaped.
   const std::string page = service.RenderPage();
   std::string fields = page.substr(37, page.find("<input type=\"submit\"") - 37);
   for (const auto& [from, to] : std::initializer_list<std::pair<const char*, const char*>>{
-           {": <input type=\"text\" ", ": \1"},
-           {"name=\"", "name=\2"},
-           {"\" value=\"", "\2 value=\2"},
-           {"\"><br>", "\2\3"},
+           {": <input type=\"text\" name=\"", "\1"},
+           {"\" value=\"", "\2"},
+           {"\"><br>", "\3"},
            {"[\"<>]|&(?!(quot|lt|gt|amp);)", "a fault"},
            {"&quot;", "\""},
            {"&lt;", "<"},
@@ -44,6 +41,6 @@ extern "C" int LLVMFuzzerTestOneInput(const char* data, size_t size) {
     fields = std::regex_replace(fields, std::regex(from), to);
   }
   const auto answer = browser.Post("/update", form, "application/x-www-form-urlencoded");
-  if (fields != shown || !answer || (answer->status != 413 && answer->body != page)) std::abort();
+  if (fields != shown || !answer || (answer->status != 413 && answer->body != page)) abort();
   return 0;
 }

@@ -8,14 +8,11 @@ extern "C" int LLVMFuzzerTestOneInput(const char* data, size_t size) {
   const std::string text(data, size);
   const ToggleSchema read = ParseToggleSchema(text + ReadGitRevision(text));
   const std::string written = SerializeToggleSchema(read);
-  const ToggleSchema again = ParseToggleSchema(written);
-  bool equal = ReadGitRevision(written) == read.git_revision &&
-               again.variables.size() == read.variables.size();
+  ToggleSchema again = ParseToggleSchema(written);
+  if (SerializeToggleSchema(again) != written || again.git_revision != read.git_revision) abort();
   for (const auto& [key, a] : read.variables) {
-    const ToggleVariable b = equal ? again.variables.at(key) : ToggleVariable();
-    equal = equal && b.key == key && b.value == a.value && b.options == a.options &&
-            b.description == a.description;
+    const ToggleVariable b = again.variables[key];
+    if (b.value != a.value || b.options != a.options || b.description != a.description) abort();
   }
-  if (!equal || SerializeToggleSchema(again) != written) std::abort();
   return 0;
 }
