@@ -12,8 +12,9 @@ def test_values_survive_a_browser(daemon):
     values = {'K"<&>ü': 'v"<&>  ü&amp;', "T": " two  words ", "é": ""}
     options = webdriver.ChromeOptions()
     options.add_experimental_option("prefs", {"intl.charset_default": "UTF-8"})
-    for argument in ("headless", "no-sandbox", "disable-quic", "disable-background-networking",
-                     "disable-component-update", f"user-data-dir={daemon.dir}/profile"):
+    for argument in ("headless", "no-sandbox", "disable-dev-shm-usage", "disable-quic",
+                     "disable-background-networking", "disable-component-update",
+                     f"user-data-dir={daemon.dir}/profile"):
         options.add_argument(argument)
     with daemon.serve(secondary=schema("r", **values)) as send, \
             webdriver.Chrome(options=options) as browser:
