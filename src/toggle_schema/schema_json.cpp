@@ -30,7 +30,7 @@ bool ReadText(const rapidjson::Value& object, const char* name, std::string& tex
   const rapidjson::Value* member = Find(object, name);
   if (member == nullptr) return true;
   if (!member->IsString()) return false;
-  text = std::string(member->GetString());
+  text = member->GetString();
   return true;
 }
 
