@@ -1,7 +1,5 @@
 #include "toggle_schema/schema_json.h"
 
-// The parser's default is to recurse, which ends a process on its stack at some 130,000 levels.
-#define RAPIDJSON_PARSE_DEFAULT_FLAGS kParseIterativeFlag
 #include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
@@ -18,6 +16,13 @@ constexpr char kOptions[] = "options";
 constexpr char kDescription[] = "description";
 constexpr char kVariables[] = "variables";
 constexpr char kGitRevision[] = "git_revision";
+
+// The parser's default is to recurse, which ends a process on its stack at some 130,000 levels.
+rapidjson::Document Parse(const std::string& text) {
+  rapidjson::Document document;
+  document.Parse<rapidjson::kParseIterativeFlag>(text.c_str());
+  return document;
+}
 
 // The first member of that name, or null.
 const rapidjson::Value* Find(const rapidjson::Value& object, const char* name) {
@@ -54,8 +59,7 @@ void ReadVariable(const rapidjson::Value& element, ToggleSchema& schema) {
 
 ToggleSchema ParseToggleSchema(const std::string& text) {
   ToggleSchema schema;
-  rapidjson::Document document;
-  document.Parse(text.c_str());
+  const rapidjson::Document document = Parse(text);
   if (document.HasParseError()) return schema;
 
   const rapidjson::Value* variables = &document;
@@ -71,8 +75,7 @@ ToggleSchema ParseToggleSchema(const std::string& text) {
 
 std::string ReadGitRevision(const std::string& text) {
   std::string git_revision;
-  rapidjson::Document document;
-  document.Parse(text.c_str());
+  const rapidjson::Document document = Parse(text);
   if (!document.HasParseError() && document.IsObject()) {
     ReadText(document, kGitRevision, git_revision);
   }
