@@ -9,6 +9,9 @@ namespace file_utils {
 /// Reads whole files. Keeps nothing between calls; may be used from any thread.
 class IFileLoader {
  public:
+  IFileLoader() = default;
+  IFileLoader(const IFileLoader&) = delete;
+  IFileLoader& operator=(const IFileLoader&) = delete;
   virtual ~IFileLoader() = default;
 
   /// Hands the bytes of the file at `path` to `on_success`, or a message to `on_error`: "File does

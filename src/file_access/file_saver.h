@@ -10,6 +10,9 @@ namespace file_utils {
 /// of one file at the same time are for the callers to keep apart.
 class IFileSaver {
  public:
+  IFileSaver() = default;
+  IFileSaver(const IFileSaver&) = delete;
+  IFileSaver& operator=(const IFileSaver&) = delete;
   virtual ~IFileSaver() = default;
 
   /// Makes the file at `path` hold exactly `content`, or hands "Error writing file." to `on_error`

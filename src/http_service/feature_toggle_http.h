@@ -13,6 +13,9 @@ namespace feature_toggle {
 /// the secondary schema file, never the caller's. Set both before `Listen`, not while it runs.
 class IFeatureToggleHTTP {
  public:
+  IFeatureToggleHTTP() = default;
+  IFeatureToggleHTTP(const IFeatureToggleHTTP&) = delete;
+  IFeatureToggleHTTP& operator=(const IFeatureToggleHTTP&) = delete;
   virtual ~IFeatureToggleHTTP() = default;
 
   /// Replaces the whole primary document.
