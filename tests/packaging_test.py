@@ -19,7 +19,7 @@ def test_schema_and_consumer(daemon):
         assert daemon.run(secondary=text).saved.count('"key"') == text.count('"key"'), text
     for part, fault in (row.split("|") for row in FAULTS.split()):
         assert not schema.is_valid(json.loads(OK.replace(part or OK, fault, 1))), (part, fault)
-    wrapper = [ROOT / "examples/with_feature_toggles", "printenv", "DEMO_THEME"]
+    wrapper = [ROOT / "packaging/with_feature_toggles", "printenv", "DEMO_THEME"]
     assert subprocess.check_output(wrapper, env=daemon.env) == b"light\n"
 
 
