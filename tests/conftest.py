@@ -4,87 +4,115 @@ import ctypes
 import http.client
 import json
 import os
+import shlex
+import shutil
 import socket
 import subprocess
 import time
 
 import pytest
 
-VARIABLES = {"primary": "FEATURE_TOGGLE_PRIMARY_SCHEMA_PATH", "build": "FEATURE_TOGGLE_BUILD_INFO_PATH",
-             "secondary": "FEATURE_TOGGLE_SECONDARY_SCHEMA_PATH", "script": "FEATURE_TOGGLE_OUTPUT_PATH"}
+SECONDS = 20  # the deadline of every wait
 
 
 def pytest_addoption(parser):
-    parser.addoption("--command", required=True, help="the executable, behind an emulator or not")
+    parser.addoption("--command", required=True,
+                     help="the executable, behind an emulator or not, quoted as for a shell")
 
 
 def schema(revision, **values):
     """The secondary schema file as the daemon writes it."""
-    document = {"git_revision": revision, "variables": [
-        {"key": key, "value": values[key], "description": "", "options": []} for key in sorted(values)]}
+    variables = [{"key": key, "value": values[key], "description": "", "options": []}
+                 for key in sorted(values)]
+    document = {"git_revision": revision, "variables": variables}
     return json.dumps(document, ensure_ascii=False, separators=(",", ":"))
+
+
+def send(port, target, form=None):
+    """Posts a form, or gets the target if there is none: status, content type and body."""
+    connection = http.client.HTTPConnection("127.0.0.1", port, timeout=SECONDS)
+    connection.request("GET" if form is None else "POST", target, form,
+                       {"Content-Type": "application/x-www-form-urlencoded"})
+    answer = connection.getresponse()
+    return answer.status, answer.getheader("Content-Type"), os.fsdecode(answer.read())
 
 
 class Daemon:
     def __init__(self, command, directory):
-        self.command, self.dir, reboot = command, directory, directory / "bin/reboot"
+        self.command, self.dir = command, directory
+        reboot = directory / "bin/reboot"
         reboot.parent.mkdir()
-        reboot.write_text(f"#!/bin/sh\necho once >>{directory}/rebooted\n")
+        reboot.write_text(f"#!/bin/sh\necho once >>'{directory}/rebooted'\n")
         reboot.chmod(0o755)
-        self.env = {name: f"{directory}/{file}" for file, name in VARIABLES.items()}
-        self.env["PATH"] = f"{reboot.parent}:{os.environ['PATH']}"
-        found = subprocess.check_output(["sh", "-c", "command -v reboot"], env=self.env, text=True)
-        assert found.strip() == str(reboot) or pytest.exit(f"{found} would reboot this machine")
+        self.env = {
+            "PATH": f"{reboot.parent}:{os.environ['PATH']}",
+            "FEATURE_TOGGLE_PRIMARY_SCHEMA_PATH": f"{directory}/primary",
+            "FEATURE_TOGGLE_SECONDARY_SCHEMA_PATH": f"{directory}/secondary",
+            "FEATURE_TOGGLE_BUILD_INFO_PATH": f"{directory}/build",
+            "FEATURE_TOGGLE_OUTPUT_PATH": f"{directory}/script",
+            "TSAN_OPTIONS": "halt_on_error=1",
+        }
+        if shutil.which("reboot", path=self.env["PATH"]) != str(reboot):
+            pytest.exit("no stand-in for reboot")
 
     def read(self, name):
         path = self.dir / name
         return os.fsdecode(path.read_bytes()) if path.is_file() else None
 
-    def run(self, *arguments, variable="", under=(), **files):
-        """Runs to the end, with one environment `variable` more, `under` a command that starts it.
-        The only input files are those given, unless none is."""
-        for name in files and VARIABLES:
-            (self.dir / name).unlink(missing_ok=True)
+    def write(self, files):
         for name, text in files.items():
             (self.dir / name).write_bytes(os.fsencode(text))
-        env = {**self.env, **dict([f"FEATURE_TOGGLE_{variable}=".split("=")[:2]])}
-        run = subprocess.run([*under, *self.command, *arguments], env=env, cwd=self.dir, umask=0o027,
-                             capture_output=True, text=True, timeout=100)
+
+    def run(self, *arguments, under=(), **files):
+        """Runs to the end, `under` a command that starts it."""
+        self.write(files)
+        run = subprocess.run([*under, *self.command, *arguments], env=self.env, cwd=self.dir,
+                             umask=0o027, capture_output=True, text=True, timeout=SECONDS)
         run.saved, run.script = self.read("secondary"), self.read("script")
         return run
 
     @contextlib.contextmanager
-    def serve(self, **files):
-        """After a run, yields a function that sends a request; at the end nothing may be printed."""
-        self.run(**files)
-        with socket.create_server(("127.0.0.1", 0)) as probe:
-            port = probe.getsockname()[1]
-        process = subprocess.Popen(self.command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                                   env={**self.env, "FEATURE_TOGGLE_HTTP_PORT": f" {port}x"})
+    def serve(self, *arguments, host="", prints="", **files):
+        """Yields the port of a service, which prints nothing but `prints`, before it serves."""
+        self.write(files)
+        with socket.socket(socket.AF_INET6 if ":" in host else socket.AF_INET) as holder, \
+                open(self.dir / "printed", "w", encoding="utf-8") as printed:
+            # Holds a free port, which the daemon shares.
+            holder.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEPORT, 1)
+            holder.bind((host or "127.0.0.1", 0))
+            address = holder.getsockname()[:2]
+            env = {**self.env, "FEATURE_TOGGLE_HTTP_PORT": f" {address[1]}x",
+                   "FEATURE_TOGGLE_HOSTNAME": f" {host}"}
+            process = subprocess.Popen([*self.command, *arguments], env=env,
+                                       stdout=printed, stderr=printed)
+            try:
+                wait_for_listener(address)
+                assert self.read("printed") == prints
+                yield address[1]
+                stop_listening(process)
+                assert process.wait(SECONDS) == 0
+            finally:
+                process.kill()
+                assert self.read("printed") == prints
 
-        def send(target, form=None):
-            connection = http.client.HTTPConnection("127.0.0.1", port, timeout=100)
-            connection.request("GET" if form is None else "POST", target, form,
-                               {"Content-Type": "application/x-www-form-urlencoded"})
-            answer = connection.getresponse()
-            return answer.status, answer.getheader("Content-Type"), os.fsdecode(answer.read())
 
-        send.url = f"http://127.0.0.1:{port}/"
-        try:
-            while process.poll() is None and socket.socket().connect_ex(("127.0.0.1", port)) != 0:
-                time.sleep(0.01)
-            yield send
-            # Serving ends only with the listening socket: pidfd_getfd(2) gives a copy to shut down.
-            for fd in os.listdir(f"/proc/{process.pid}/fd"):
-                copy = ctypes.CDLL(None).syscall(438, os.pidfd_open(process.pid), int(fd), 0)
-                ctypes.CDLL(None).shutdown(copy, socket.SHUT_RD)
-                ctypes.CDLL(None).close(copy)
-            assert (process.communicate(timeout=100)[0], process.returncode) == (b"", 0)
-        finally:
-            process.kill()
+def wait_for_listener(address):
+    for _ in range(100 * SECONDS):
+        with contextlib.suppress(OSError), socket.create_connection(address):
+            return
+        time.sleep(0.01)
+
+
+def stop_listening(process):
+    """Serving ends only with the listening socket: pidfd_getfd(2) gives a copy to shut down."""
+    libc = ctypes.CDLL(None)
+    for fd in os.listdir(f"/proc/{process.pid}/fd"):
+        copy = libc.syscall(438, os.pidfd_open(process.pid), int(fd), 0)
+        libc.shutdown(copy, socket.SHUT_RD)
+        libc.close(copy)
 
 
 @pytest.fixture
 def daemon(request, tmp_path):
-    yield Daemon(request.config.getoption("--command").split(), tmp_path)
+    yield Daemon(shlex.split(request.config.getoption("--command")), tmp_path)
     assert not list(tmp_path.glob(".feature_toggled*")), "a sibling of a saved file is left"

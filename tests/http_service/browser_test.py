@@ -2,6 +2,7 @@
 from conftest import schema
 from selenium import webdriver
 from selenium.common.exceptions import WebDriverException
+from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.support.wait import WebDriverWait
 
 SHOWN = "return Object.fromEntries(Array.from(document.forms[0], i => [i.name, i.value]))"
@@ -16,10 +17,10 @@ def test_values_survive_a_browser(daemon):
                      "disable-background-networking", "disable-component-update",
                      f"user-data-dir={daemon.dir}/profile"):
         options.add_argument(argument)
-    with daemon.serve(secondary=schema("r", **values)) as send, \
-            webdriver.Chrome(options=options) as browser:
+    with daemon.serve(secondary=schema("r", **values)) as port, \
+            webdriver.Chrome(options=options, service=Service("/usr/bin/chromedriver")) as browser:
         (daemon.dir / "secondary").unlink()
-        browser.get(send.url)
+        browser.get(f"http://127.0.0.1:{port}/")
         for button, typed, saved in [("Submit", "", False), ("Submit", '<b>"ß" & co</b>', True),
                                      ("Reboot", "", True)]:
             assert browser.execute_script(SHOWN) == {**values, "": "Reboot"}
