@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <limits>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -86,17 +87,18 @@ void FeatureToggleHTTPImpl::Update(const httplib::Request& request, httplib::Res
   const std::unique_lock lock(mutex_);
   // The values from before the request: of a field posted twice, the last one that differs counts.
   const auto values = EffectiveValues(primary_, secondary_);
-  bool changed = false;
+  std::optional<ToggleSchema> changed;
   for (const auto& [key, value] : request.params) {
     const auto current = values.find(key);
     if (current == values.end() || current->second == value) continue;
-    SetToggle(secondary_, key, value);
-    changed = true;
+    if (!changed) changed = secondary_;
+    SetToggle(*changed, key, value);
   }
   if (changed) {
-    // After a failure the change stays in memory, and the next one saves it too.
-    file_utils::FileSaver().Save(secondary_schema_path_, SerializeToggleSchema(secondary_),
-                                 nullptr);
+    // Saved before it counts: an exception (memory) leaves document and file as they are. After a
+    // failed save it does count, and the next change saves it too.
+    file_utils::FileSaver().Save(secondary_schema_path_, SerializeToggleSchema(*changed), nullptr);
+    secondary_ = *std::move(changed);
   }
   SetPage(response, RenderPage());
 }
