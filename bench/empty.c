@@ -1,0 +1,7 @@
+/* An empty program, the least that any costs: it ends at once, or waits if it is given an argument. */
+#include <unistd.h>
+
+int main(int argc, char** argv) {
+  (void)argv;
+  return argc > 1 ? pause() : 0;
+}
