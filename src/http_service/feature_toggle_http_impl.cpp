@@ -29,8 +29,8 @@ void SetPage(httplib::Response& response, std::string page) {
   response.set_header("Content-Type", kHtml);
 }
 
-}  // namespace
-
+// Makes every setting of the server, whatever the library's release takes as its own. The listening
+// backlog (5) and the longest form (8192 bytes) can only be set where it is compiled.
 void ConfigureServer(httplib::Server& server) {
   const unsigned hardware_threads = std::thread::hardware_concurrency();  // 0: unknown
   const unsigned workers = std::max(3U, hardware_threads) - 1;
@@ -48,6 +48,8 @@ void ConfigureServer(httplib::Server& server) {
     setsockopt(socket, SOL_SOCKET, SO_REUSEPORT, &on, sizeof on);
   });
 }
+
+}  // namespace
 
 FeatureToggleHTTPImpl::FeatureToggleHTTPImpl(const std::string& secondary_schema_path)
     : secondary_schema_path_(secondary_schema_path) {

@@ -9,10 +9,6 @@
 
 namespace feature_toggle {
 
-/// Makes every setting of the server, whatever the library's release takes as its own. The
-/// listening backlog (5) and the longest form (8192 bytes) can only be set where it is compiled.
-void ConfigureServer(httplib::Server& server);
-
 class FeatureToggleHTTPImpl : public IFeatureToggleHTTP {
  public:
   explicit FeatureToggleHTTPImpl(const std::string& secondary_schema_path);
