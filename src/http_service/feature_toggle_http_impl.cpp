@@ -23,12 +23,6 @@ ToggleSchema InOrder(const ToggleSchema& schema) {
   return {schema.git_revision, {schema.variables.begin(), schema.variables.end()}};
 }
 
-// What set_content does, without its copy of the page.
-void SetPage(httplib::Response& response, std::string page) {
-  response.body = std::move(page);
-  response.set_header("Content-Type", kHtml);
-}
-
 // Makes every setting of the server, whatever the library's release takes as its own. The listening
 // backlog (5) and the longest form (8192 bytes) can only be set where it is compiled.
 void ConfigureServer(httplib::Server& server) {
@@ -82,7 +76,7 @@ std::string FeatureToggleHTTPImpl::RenderPage() const {
 
 void FeatureToggleHTTPImpl::ShowPage(httplib::Response& response) const {
   const std::shared_lock lock(mutex_);
-  SetPage(response, RenderPage());
+  response.set_content(RenderPage(), kHtml);
 }
 
 void FeatureToggleHTTPImpl::Update(const httplib::Request& request, httplib::Response& response) {
@@ -102,7 +96,7 @@ void FeatureToggleHTTPImpl::Update(const httplib::Request& request, httplib::Res
     file_utils::FileSaver().Save(secondary_schema_path_, SerializeToggleSchema(*changed), nullptr);
     secondary_ = *std::move(changed);
   }
-  SetPage(response, RenderPage());
+  response.set_content(RenderPage(), kHtml);
 }
 
 void FeatureToggleHTTPImpl::Reboot(httplib::Response& response) {
