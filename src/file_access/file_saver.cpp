@@ -23,16 +23,7 @@ namespace {
 // disk, writing in place would fail as well, and lose it. Any other error tells what this file
 // system, directory, name or user cannot do, and writing in place can be done even so.
 bool EndsSave(int error) {
-  switch (error) {
-    case EDQUOT:
-    case EFBIG:
-    case EIO:
-    case ENOMEM:
-    case ENOSPC:
-      return true;
-    default:
-      return false;
-  }
+  return error == EDQUOT || error == EFBIG || error == EIO || error == ENOMEM || error == ENOSPC;
 }
 
 // Where a path leads once the links that its name may be are followed: a directory and a name in
@@ -165,11 +156,16 @@ bool SaveFile(const std::string& path, const std::string& content) {
   if (!exists && errno != ENOENT) return false;
   struct stat former = {};
   if (exists && fstat(target.Get(), &former) != 0) return false;
-  if (!exists || (S_ISREG(former.st_mode) && former.st_nlink == 1)) {
+  if (!exists || (S_ISREG(former.st_mode) && former.st_nlink <= 1)) {
     const Location location(path);
+    int error = 0;
     for (const bool nameless : {true, false}) {
-      const int error = Replace(location, target, former, content, nameless);
+      error = Replace(location, target, former, content, nameless);
       if (error == 0 || EndsSave(error)) return error == 0;
+    }
+    // Replaced by another process since it was opened, it is nobody's file: the name counts.
+    if (error == ESTALE && fstat(target.Get(), &former) == 0 && former.st_nlink == 0) {
+      return SaveFile(path, content);
     }
   }
   if (!exists) target.Reset(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666));

@@ -30,7 +30,7 @@ class IFileSaver {
   /// finds is written in place, and a failure midway leaves it cut short: special files, open files
   /// named through /proc, files with several hard links, access control lists or other extended
   /// attributes, mount points, files whose owner could not be kept or whose directory may not be
-  /// changed, and files that another process has replaced since they were opened.
+  /// changed, and files that got another name while they were open.
   ///
   /// Nothing is flushed to the disk (fsync(2)), but the writing of a file without a name is started
   /// before it is linked (sync_file_range(2)).

@@ -1,9 +1,7 @@
 """What a save leaves behind: on all kinds of targets, and after each fault."""
 import dataclasses
 import os
-import pathlib
 import subprocess
-import time
 
 import pytest
 from conftest import schema
@@ -27,7 +25,7 @@ class Save:
 
 @pytest.mark.skipif(os.geteuid() != 0, reason="device nodes, owners and mounts need root")
 @pytest.mark.parametrize("save", [
-    Save(status="regular file 640 0:0 1"),
+    Save(shell='umask 002; exec "$@"', status="regular file 664 0:0 1"),
     Save(setup="ln -s made script", file="made", status="regular file 640 0:0 1"),
     Save(setup="mkdir d; chattr +a d; ln -s d/made script", file="d/made",
          status="regular file 640 0:0 1"),
@@ -82,20 +80,31 @@ RULES = ("EACCES EBUSY EINTR EINVAL EMFILE ENAMETOOLONG ENOSYS EOPNOTSUPP EPERM 
 UNCHECKED = ["gettid", "readlinkat", "statx", "sync_file_range"]
 
 
-def save_schema(daemon, old, *options):
+def save_schema(daemon, old, option="trace=!%memory"):
     """Saves NEW_SCHEMA over `old`, or where no file is. Returns what the schema file then holds."""
     (daemon.dir / "secondary").unlink(missing_ok=True)
     files = {"secondary": old} if old else {}
-    under = ["strace", "-qqo", "trace", "-E", "ASAN_OPTIONS=detect_leaks=0", *options]
+    under = ["strace", "-qqo", "trace", "-E", "ASAN_OPTIONS=detect_leaks=0", "-e", option]
     return daemon.run("--entry", "A", "2", under=under, **files).saved
 
 
-def calls_of_save(daemon):
-    """The trace's system calls, and the numbers of those that saved the schema file."""
-    calls = daemon.read("trace").splitlines()
-    first, end = (next(i for i, call in enumerate(calls) if f'{name}", O_WRONLY' in call)
-                  for name in ("secondary", "script"))
-    return calls, range(first, end)
+class Trace:
+    """The system calls of a run that saved the schema over `old`."""
+
+    def __init__(self, daemon, old):
+        assert save_schema(daemon, old) == NEW_SCHEMA
+        self.calls = daemon.read("trace").splitlines()
+        self.names = [call.split("(")[0] for call in self.calls]
+        self.start = self.find('secondary", O_WRONLY')
+        self.end = self.find('script", O_WRONLY')
+
+    def find(self, text, start=0):
+        return next(i for i in range(start, len(self.calls)) if text in self.calls[i])
+
+    def inject(self, call, fault):
+        """The option of strace(1) that lets `call` meet a fault."""
+        name = self.names[call]
+        return f"inject={name}:{fault}:when={self.names[:call + 1].count(name)}"
 
 
 def siblings(daemon):
@@ -113,55 +122,63 @@ def traced(daemon):
 
 @pytest.mark.parametrize("old", [OLD_SCHEMA, None], ids=["existing", "missing"])
 def test_each_fault_leaves_the_old_file_or_the_new_one(traced, old):
-    assert save_schema(traced, old, "-e", "trace=!%memory") == NEW_SCHEMA
-    calls, save = calls_of_save(traced)
-    names = [call.split("(")[0] for call in calls]
-    in_place = names.index("renameat" if old else "linkat", save.start)
-    assert "close" in names[names.index("write", save.start):in_place]
-    for call in save:
-        name = names[call]
-        which = f"when={names[:call + 1].count(name)}"
-        is_target = call == save.start or (old and call == save.start + 1)
+    trace = Trace(traced, old)
+    linked = trace.find("AT_SYMLINK_FOLLOW", trace.start)
+    in_place = trace.find("renameat(", trace.start) if old else linked
+    written = trace.names[trace.find("write(", trace.start):linked]
+    assert "close" in written and "sync_file_range" in written
+    for call in range(trace.start, trace.end):
+        name = trace.names[call]
+        is_target = call == trace.start or (old and call == trace.start + 1)
         before = siblings(traced)
         for error in SHORTAGES + RULES:
             fails = is_target or name in ("write", "fcntl", "close") or (
-                error in SHORTAGES and name not in UNCHECKED and "O_PATH" not in calls[call])
+                error in SHORTAGES and name not in UNCHECKED and "O_PATH" not in trace.calls[call])
             retried = name == "write" and error == "EINTR"
             expected = old if fails and not retried and call <= in_place else NEW_SCHEMA
-            saved = save_schema(traced, old, "-e", f"inject={name}:error={error}:{which}")
-            assert saved == expected, (calls[call], error)
-            assert siblings(traced) == before, (calls[call], error)
+            saved = save_schema(traced, old, trace.inject(call, f"error={error}"))
+            assert saved == expected, (trace.calls[call], error)
+            assert siblings(traced) == before, (trace.calls[call], error)
         # Siblings that are left stay here, and stand in nobody's way.
-        saved = save_schema(traced, old, "-e", f"inject={name}:signal=KILL:{which}")
-        assert saved in (old, NEW_SCHEMA), calls[call]
-        assert siblings(traced) == before or name in ("linkat", "renameat"), calls[call]
+        saved = save_schema(traced, old, trace.inject(call, "signal=KILL"))
+        assert saved in (old, NEW_SCHEMA), trace.calls[call]
+        assert siblings(traced) == before or name in ("linkat", "renameat"), trace.calls[call]
+
+
+def test_replaces_where_each_file_needs_a_name(traced):
+    trace = Trace(traced, OLD_SCHEMA)
+    nameless = trace.find("O_TMPFILE", trace.start)
+    save_schema(traced, OLD_SCHEMA, trace.inject(nameless, "error=EOPNOTSUPP"))
+    renames = [call for call in traced.read("trace").splitlines() if call.startswith("renameat(")]
+    assert '"secondary"' in renames[0]
 
 
 def test_goes_on_where_a_short_write_ended(traced):
-    save_schema(traced, OLD_SCHEMA, "-e", "trace=!%memory")
-    calls, save = calls_of_save(traced)
-    writes = [call for call, line in enumerate(calls) if line.startswith("write(")]
-    when = 1 + next(number for number, call in enumerate(writes) if call in save)
-    # The kernel is never asked for the first 7 bytes, but the daemon is told that they are written.
-    saved = save_schema(traced, OLD_SCHEMA, "-e", f"inject=write:retval=7:when={when}")
-    assert saved == NEW_SCHEMA[7:]
+    trace = Trace(traced, OLD_SCHEMA)
+    write = trace.find("write(", trace.start)
+    # The daemon is told that 7 bytes are written, which the kernel never sees.
+    assert save_schema(traced, OLD_SCHEMA, trace.inject(write, "retval=7")) == NEW_SCHEMA[7:]
 
 
 def test_closes_what_it_opens(traced):
-    save_schema(traced, OLD_SCHEMA, "-e", "trace=openat,fcntl,close")
-    calls = traced.read("trace").splitlines()
-    closed = [call for call in calls if call.startswith("close")]
-    opened = [call for call in calls if call not in closed and " = -1 " not in call]
-    assert len(opened) == len(closed)
+    calls = Trace(traced, OLD_SCHEMA).calls
+    closed = [call for call in calls if call.startswith("close(")]
+    opened = [call for call in calls if call.startswith(("openat(", "fcntl("))]
+    assert len(closed) == len([call for call in opened if " = -1 " not in call])
 
 
-def test_leaves_alone_a_file_that_took_the_name_meanwhile(traced):
+@pytest.mark.parametrize("name_of_old", [None, "aside"])
+def test_follows_the_file_unless_it_has_no_name_any_more(traced, name_of_old):
     traced.run(secondary=OLD_SCHEMA, other=OLD)
+    old = traced.dir / "secondary"
     under = ["strace", "-qqo", "trace", "-e", "inject=fchmod:delay_enter=500000:when=1"]
     with subprocess.Popen([*under, *traced.command, "--entry", "A", "2"], env=traced.env,
                           cwd=traced.dir) as process:
         while "fchown" not in (traced.read("trace") or ""):
             assert process.poll() is None
-        (traced.dir / "other").rename(traced.dir / "secondary")
+        if name_of_old:
+            old.rename(traced.dir / name_of_old)
+        (traced.dir / "other").rename(old)
         assert process.wait(20) == 0
-    assert traced.read("secondary") == OLD
+    assert traced.read(name_of_old or "secondary") == NEW_SCHEMA
+    assert traced.read("secondary") == (OLD if name_of_old else NEW_SCHEMA)
