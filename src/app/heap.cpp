@@ -8,17 +8,9 @@
 
 namespace feature_toggle {
 
-void KeepFreedMemory() {
-#ifdef __GLIBC__
-  mallopt(M_MMAP_MAX, 0);
-  mallopt(M_TRIM_THRESHOLD, 32 << 20);
-#endif
-}
-
 void ReturnFreedMemory() {
 #ifdef __GLIBC__
   // The pages of some 10,000 toggles are still served from memory that is kept.
-  mallopt(M_MMAP_MAX, 65536);
   mallopt(M_MMAP_THRESHOLD, 4 << 20);
   mallopt(M_TRIM_THRESHOLD, 4 << 20);
   malloc_trim(0);

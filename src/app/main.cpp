@@ -15,7 +15,6 @@
 int main(int argc, char** argv) {
   using namespace feature_toggle;
 
-  KeepFreedMemory();
   CLI::App app("Feature Toggle Daemon");
   Settings settings;
   BindSettings(app, settings);
@@ -70,5 +69,5 @@ int main(int argc, char** argv) {
     ReturnFreedMemory();
     service.Listen(settings.hostname, settings.port);
   }
-  std::exit(0);  // no record is freed on the way out: 15% of a run with 100,000 toggles
+  std::exit(0);  // frees no records: a run with 1,000 toggles takes 5% longer if they are freed
 }
