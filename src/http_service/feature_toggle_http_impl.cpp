@@ -18,7 +18,7 @@ namespace {
 constexpr char kHtml[] = "text/html";
 
 // A copy whose records lie in memory in the order in which they are walked, as those of a copied
-// map do not: a third of a page of 10,000 toggles.
+// map do not: without, a page of 1,000 toggles takes 8% longer, one of 10,000 takes 70% longer.
 ToggleSchema InOrder(const ToggleSchema& schema) {
   return {schema.git_revision, {schema.variables.begin(), schema.variables.end()}};
 }
