@@ -11,14 +11,14 @@ class App;
 
 namespace feature_toggle {
 
-/// What one run is told. `BindSettings` fills in every value but those of the last three.
+/// What one run is told, with the built-in defaults.
 struct Settings {
-  std::string build_info_path;
-  std::string primary_schema_path;
-  std::string secondary_schema_path;
-  std::string output_path;
+  std::string build_info_path = "/build_info.json";
+  std::string primary_schema_path = "/etc/primary_feature_toggle.conf";
+  std::string secondary_schema_path = "/var/rwfs2/secondary_feature_toggle.json";
+  std::string output_path = "/var/rwfs2/feature_toggle.sh";
   int port = -1;  ///< No service is started unless it is greater than 0.
-  std::string hostname;
+  std::string hostname = "127.0.0.1";
   int preserve_configuration = 0;  ///< Any value but 0 keeps the stored build revision.
   bool list = false;
   bool reset = false;
@@ -39,10 +39,9 @@ T GetEnvOrDefault(const std::string& name, T default_value) {
   return value;
 }
 
-/// Sets every setting that has an environment variable to its value, or else to its built-in
-/// default, and registers the options of `app`, whose parse then overrides them. The order of
-/// precedence is therefore: command line, environment, default. `app` writes into `settings`,
-/// which must outlive its parse.
+/// Replaces every setting whose environment variable is set by its value, and registers the options
+/// of `app`, whose parse then overrides them. The order of precedence is therefore: command line,
+/// environment, default. `app` writes into `settings`, which must outlive its parse.
 void BindSettings(CLI::App& app, Settings& settings);
 
 }  // namespace feature_toggle
