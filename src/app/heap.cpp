@@ -1,6 +1,6 @@
 #include "app/heap.h"
 
-#include <cstdlib>
+#include <cstdlib>  // any header of the C library defines __GLIBC__
 
 #ifdef __GLIBC__
 #include <malloc.h>

@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <iostream>
+#include <string>
 
 #include "app/export_script.h"
 #include "app/heap.h"
@@ -9,6 +10,7 @@
 #include "file_access/file_saver.h"
 #include "http_service/feature_toggle_http.h"
 #include "toggle_schema/schema_json.h"
+#include "toggle_schema/toggle_schema.h"
 
 // The start-up sequence. No file failure is reported: an empty callback stands for "go on with what
 // there is".

@@ -1,5 +1,7 @@
 #include "http_service/feature_toggle_http_impl.h"
 
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <limits>
