@@ -77,6 +77,8 @@ SHORTAGES = "EDQUOT EFBIG EIO ENOMEM ENOSPC".split()
 # What the place does not allow is done in another way.
 RULES = ("EACCES EBUSY EINTR EINVAL EMFILE ENAMETOOLONG ENOSYS EOPNOTSUPP EPERM EROFS "
          "EXDEV").split()
+# Leaks cannot be looked for in a process that is traced.
+STRACE = ["strace", "-qqo", "trace", "-E", "ASAN_OPTIONS=detect_leaks=0", "-e"]
 UNCHECKED = ["gettid", "readlinkat", "statx", "sync_file_range"]
 
 
@@ -84,8 +86,7 @@ def save_schema(daemon, old, option="trace=!%memory"):
     """Saves NEW_SCHEMA over `old`, or where no file is. Returns what the schema file then holds."""
     (daemon.dir / "secondary").unlink(missing_ok=True)
     files = {"secondary": old} if old else {}
-    under = ["strace", "-qqo", "trace", "-E", "ASAN_OPTIONS=detect_leaks=0", "-e", option]
-    return daemon.run("--entry", "A", "2", under=under, **files).saved
+    return daemon.run("--entry", "A", "2", under=[*STRACE, option], **files).saved
 
 
 class Trace:
@@ -161,7 +162,8 @@ def test_goes_on_where_a_short_write_ended(traced):
 
 
 def test_closes_what_it_opens(traced):
-    calls = Trace(traced, OLD_SCHEMA).calls
+    trace = Trace(traced, OLD_SCHEMA)
+    calls = trace.calls[trace.start:trace.end]
     closed = [call for call in calls if call.startswith("close(")]
     opened = [call for call in calls if call.startswith(("openat(", "fcntl("))]
     assert len(closed) == len([call for call in opened if " = -1 " not in call])
@@ -171,8 +173,8 @@ def test_closes_what_it_opens(traced):
 def test_follows_the_file_unless_it_has_no_name_any_more(traced, name_of_old):
     traced.run(secondary=OLD_SCHEMA, other=OLD)
     old = traced.dir / "secondary"
-    under = ["strace", "-qqo", "trace", "-e", "inject=fchmod:delay_enter=500000:when=1"]
-    with subprocess.Popen([*under, *traced.command, "--entry", "A", "2"], env=traced.env,
+    delayed = [*STRACE, "inject=fchmod:delay_enter=500000:when=1", *traced.command]
+    with subprocess.Popen([*delayed, "--entry", "A", "2"], env=traced.env,
                           cwd=traced.dir) as process:
         while "fchown" not in (traced.read("trace") or ""):
             assert process.poll() is None
