@@ -24,6 +24,7 @@ BUILT = ROOT / "build/bench"
 DOCUMENT = ROOT / "docs/performance.md"
 MARKERS = "<!-- scripts/bench writes from here -->\n", "<!-- to here -->\n"
 DAEMON = ROOT / "build/release/feature_toggled"
+STATIC_DAEMON = ROOT / "build/static/feature_toggled"
 EMPTY, STATIC_EMPTY = BUILT / "empty", BUILT / "empty-static"
 
 
@@ -154,11 +155,11 @@ def serve(files, rounds, seconds):
 def measure(directory, quick):
     """The rows of both tables: what is measured, by whom, the figures and their unit."""
     jq = "jq, the same script"
-    programs = {"feature_toggled": DAEMON, "an empty program": EMPTY,
-                "an empty program, static": STATIC_EMPTY}
+    programs = {"feature_toggled": DAEMON, "feature_toggled, static": STATIC_DAEMON,
+                "an empty program": EMPTY, "an empty program, static": STATIC_EMPTY}
     files = Files(directory, 200)
-    commands = [[DAEMON, *files.arguments], [EMPTY], [STATIC_EMPTY], files.jq]
-    times = time_runs(files, commands, 1 if quick else 15, 10)
+    times = time_runs(files, [[DAEMON, *files.arguments], [STATIC_DAEMON, *files.arguments],
+                              [EMPTY], [STATIC_EMPTY], files.jq], 1 if quick else 15, 10)
     sizes = {name: size(program) / 1000 for name, program in programs.items()}
     sizes["jq and its libraries"] = size(shutil.which("jq")) / 1000
     with running([EMPTY, "wait"]) as empty:
@@ -166,9 +167,9 @@ def measure(directory, quick):
         least = resident(empty)
     (daemon, httpd), rates = serve(files, 1 if quick else 5, 2)
     rows = [
-        ("Time of a run (shorter is better)", "ms", "long", dict(zip([*programs, jq], times))),
-        ("Executable (smaller is better)", "kB", "large", sizes),
-        ("Memory while serving (less is better)", "kB", "much", {
+        ("Time of a run (shorter is better)", " ms", "long", dict(zip([*programs, jq], times))),
+        ("Executable (smaller is better)", " kB", "large", sizes),
+        ("Memory while serving (less is better)", " kB", "much", {
             "feature_toggled": daemon, "an empty program": least, "BusyBox httpd": httpd}),
         ("Pages per second (more is better)", "", "many", {
             "feature_toggled": rates[0], "BusyBox httpd with jq, the same page": rates[1]})]
@@ -176,7 +177,7 @@ def measure(directory, quick):
     growth = []
     for count in [10, 100, 1000, 10_000, 100_000] + [1_000_000] * (not quick):
         files = Files(directory, count)
-        turns = (1, 3) if quick else (3, 3) if count > 10_000 else (5, 10)
+        turns = (1, 3) if quick or count > 100_000 else (5, 3) if count > 1000 else (5, 10)
         own, others = time_runs(files, [[DAEMON, *files.arguments], files.jq], *turns)
         growth.append([f"{count:,}", f"{own:,.2f} ms", f"{others:,.2f} ms",
                        f"{1000 * own / count:,.2f} µs"])
@@ -189,16 +190,19 @@ def table(head, rows):
     return "".join("| " + " | ".join(map(str, line)) + " |\n" for line in lines)
 
 
-def compared(rows):
-    """Each figure with its ratio to the first one of the same measurement, the daemon's."""
-    for what, unit, word, figures in rows:
-        own = next(iter(figures.values()))
-        for name, figure in figures.items():
+def compared(measurements):
+    """Each figure, and how many times the daemon's it is: the first of its measurement."""
+    for what, unit, word, figures in measurements:
+        (daemon, own), *others = figures.items()
+        yield what, daemon, quantity(own, unit), ""
+        for name, figure in others:
             ratio = figure / own
-            times = f"1/{1 / ratio:.0f}" if ratio < 0.1 else f"{ratio:.3g} times"
-            yield (what, name, f"{figure:,.{2 * (figure < 100)}f} {unit}",
-                   f"{times} as {word}" if what == "" else "")
-            what = ""
+            times = f"{ratio:.2g} times" if ratio >= 0.1 else f"1/{own / figure:.0f}"
+            yield "", name, quantity(figure, unit), f"{times} as {word}"
+
+
+def quantity(figure, unit):
+    return f"{figure:,.{2 if figure < 100 else 0}f}{unit}"
 
 
 def machine():
