@@ -89,7 +89,7 @@ void FeatureToggleHTTPImpl::Update(const httplib::Request& request, httplib::Res
   for (const auto& [key, value] : request.params) {
     const auto current = values.find(key);
     if (current == values.end() || current->second == value) continue;
-    if (!changed) changed = secondary_;
+    if (!changed) changed = InOrder(secondary_);
     SetToggle(*changed, key, value);
   }
   if (changed) {
