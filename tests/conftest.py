@@ -16,16 +16,15 @@ SECONDS = 20  # the deadline of every wait
 
 
 def pytest_addoption(parser):
-    parser.addoption("--command", required=True,
-                     help="the executable, behind an emulator or not, quoted as for a shell")
+    parser.addoption("--command", required=True, help="the executable, behind an emulator or not")
 
 
 def schema(revision, **values):
-    """The secondary schema file as the daemon writes it."""
-    variables = [{"key": key, "value": values[key], "description": "", "options": []}
-                 for key in sorted(values)]
-    document = {"git_revision": revision, "variables": variables}
-    return json.dumps(document, ensure_ascii=False, separators=(",", ":"))
+    """The secondary schema file as the daemon writes it: texts end at a NUL."""
+    variables = [{"key": key, "value": values[key].partition("\0")[0], "description": "",
+                  "options": []} for key in sorted(values)]
+    return json.dumps({"git_revision": revision, "variables": variables},
+                      ensure_ascii=False, separators=(",", ":"))
 
 
 def send(port, target, form=None):
@@ -45,15 +44,15 @@ class Daemon:
         reboot.write_text(f"#!/bin/sh\necho once >>'{directory}/rebooted'\n")
         reboot.chmod(0o755)
         self.env = {
-            "PATH": f"{reboot.parent}:{os.environ['PATH']}",
             "FEATURE_TOGGLE_PRIMARY_SCHEMA_PATH": f"{directory}/primary",
             "FEATURE_TOGGLE_SECONDARY_SCHEMA_PATH": f"{directory}/secondary",
             "FEATURE_TOGGLE_BUILD_INFO_PATH": f"{directory}/build",
             "FEATURE_TOGGLE_OUTPUT_PATH": f"{directory}/script",
+            "PATH": f"{reboot.parent}:{os.environ['PATH']}",
             "TSAN_OPTIONS": "halt_on_error=1",
         }
         if shutil.which("reboot", path=self.env["PATH"]) != str(reboot):
-            pytest.exit("no stand-in for reboot")
+            pytest.exit("without its stand-in, reboot would reboot this machine")
 
     def read(self, name):
         path = self.dir / name
@@ -72,35 +71,31 @@ class Daemon:
         return run
 
     @contextlib.contextmanager
-    def serve(self, *arguments, host="", prints="", **files):
-        """Yields the port of a service, which prints nothing but `prints`, before it serves."""
+    def serve(self, *arguments, hostname=" ", **files):
+        """Yields the port of a service, which prints to the test's own standard output."""
         self.write(files)
-        with socket.socket(socket.AF_INET6 if ":" in host else socket.AF_INET) as holder, \
-                open(self.dir / "printed", "w", encoding="utf-8") as printed:
+        with socket.socket() as holder:
             # Holds a free port, which the daemon shares.
             holder.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEPORT, 1)
-            holder.bind((host or "127.0.0.1", 0))
-            address = holder.getsockname()[:2]
-            env = {**self.env, "FEATURE_TOGGLE_HTTP_PORT": f" {address[1]}x",
-                   "FEATURE_TOGGLE_HOSTNAME": f" {host}"}
-            process = subprocess.Popen([*self.command, *arguments], env=env,
-                                       stdout=printed, stderr=printed)
+            holder.bind(("127.0.0.1", 0))
+            port = holder.getsockname()[1]
+            process = subprocess.Popen([*self.command, *arguments], env={
+                **self.env, "FEATURE_TOGGLE_HOSTNAME": hostname,
+                "FEATURE_TOGGLE_HTTP_PORT": f" {port}x"})
             try:
-                wait_for_listener(address)
-                assert self.read("printed") == prints
-                yield address[1]
+                wait_until_listening(hostname.strip() or "127.0.0.1", port)
+                yield port
                 stop_listening(process)
                 assert process.wait(SECONDS) == 0
             finally:
                 process.kill()
-                assert self.read("printed") == prints
 
 
-def wait_for_listener(address):
-    for _ in range(100 * SECONDS):
-        with contextlib.suppress(OSError), socket.create_connection(address):
+def wait_until_listening(host, port):
+    for _ in range(50 * SECONDS):
+        with contextlib.suppress(ConnectionRefusedError), socket.create_connection((host, port)):
             return
-        time.sleep(0.01)
+        time.sleep(0.02)
 
 
 def stop_listening(process):
@@ -109,7 +104,6 @@ def stop_listening(process):
     for fd in os.listdir(f"/proc/{process.pid}/fd"):
         copy = libc.syscall(438, os.pidfd_open(process.pid), int(fd), 0)
         libc.shutdown(copy, socket.SHUT_RD)
-        libc.close(copy)
 
 
 @pytest.fixture
