@@ -1,5 +1,9 @@
 #include "http_service/feature_toggle_http_impl.h"
 
+#ifdef FEATURE_TOGGLE_STATIC
+#include <nss.h>
+#endif
+
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -69,6 +73,11 @@ void FeatureToggleHTTPImpl::SetSecondarySchema(const ToggleSchema& schema) {
 }
 
 void FeatureToggleHTTPImpl::Listen(const std::string& host, int port) {
+#ifdef FEATURE_TOGGLE_STATIC
+  // The modules that nsswitch.conf may name need the C library of the device: with another one
+  // linked in, loading libnss_myhostname ended the process.
+  __nss_configure_lookup("hosts", "files dns");
+#endif
   server_.listen(host, port);
 }
 
