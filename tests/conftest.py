@@ -21,9 +21,9 @@ def pytest_addoption(parser):
 
 def schema(revision, **values):
     """The secondary schema file as the daemon writes it: texts end at a NUL."""
-    variables = [{"key": key, "value": values[key].partition("\0")[0], "description": "",
-                  "options": []} for key in sorted(values)]
-    return json.dumps({"git_revision": revision, "variables": variables},
+    variables = [dict(key=key, value=value.partition("\0")[0], description="", options=[])
+                 for key, value in sorted(values.items())]
+    return json.dumps(dict(git_revision=revision, variables=variables),
                       ensure_ascii=False, separators=(",", ":"))
 
 
@@ -79,9 +79,9 @@ class Daemon:
             holder.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEPORT, 1)
             holder.bind(("127.0.0.1", 0))
             port = holder.getsockname()[1]
-            process = subprocess.Popen([*self.command, *arguments], env={
-                **self.env, "FEATURE_TOGGLE_HOSTNAME": hostname,
-                "FEATURE_TOGGLE_HTTP_PORT": f" {port}x"})
+            env = {**self.env, "FEATURE_TOGGLE_HOSTNAME": hostname,
+                   "FEATURE_TOGGLE_HTTP_PORT": f" {port}x"}
+            process = subprocess.Popen([*self.command, *arguments], env=env)
             try:
                 wait_until_listening(hostname.strip() or "127.0.0.1", port)
                 yield port
