@@ -71,7 +71,7 @@ class Daemon:
         return run
 
     @contextlib.contextmanager
-    def serve(self, *arguments, hostname=" ", **files):
+    def serve(self, *arguments, host="", **files):
         """Yields the port of a service, which prints to the test's own standard output."""
         self.write(files)
         with socket.socket() as holder:
@@ -79,11 +79,11 @@ class Daemon:
             holder.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEPORT, 1)
             holder.bind(("127.0.0.1", 0))
             port = holder.getsockname()[1]
-            env = {**self.env, "FEATURE_TOGGLE_HOSTNAME": hostname,
+            env = {**self.env, "FEATURE_TOGGLE_HOSTNAME": f" {host}",
                    "FEATURE_TOGGLE_HTTP_PORT": f" {port}x"}
             process = subprocess.Popen([*self.command, *arguments], env=env)
             try:
-                wait_until_listening(hostname.strip() or "127.0.0.1", port)
+                wait_until_listening(host or "127.0.0.1", port)
                 yield port
                 stop_listening(process)
                 assert process.wait(SECONDS) == 0

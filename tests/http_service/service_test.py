@@ -85,7 +85,9 @@ def test_serves_five_requests_on_a_connection(port):
     connection = http.client.HTTPConnection("127.0.0.1", port, timeout=20)
     for number in range(1, 6):
         connection.request("GET", "/")
-        connection.getresponse().read()
+        answer = connection.getresponse()
+        assert {*answer.headers} <= {"Connection", "Content-Length", "Content-Type", "Keep-Alive"}
+        answer.read()
         assert (connection.sock is None) == (number == 5)
 
 
@@ -111,5 +113,5 @@ def test_default_host_is_not_reachable_from_outside(port):
 
 @pytest.mark.skipif(not os.path.exists("/proc/net/if_inet6"), reason="no IPv6 here")
 def test_host_may_be_an_ipv6_address(daemon):
-    with daemon.serve(hostname="::1") as port:
+    with daemon.serve(host="::1") as port:
         socket.create_connection(("::1", port)).close()
