@@ -71,24 +71,27 @@ class Daemon:
         return run
 
     @contextlib.contextmanager
-    def serve(self, *arguments, host="", **files):
-        """Yields the port of a service, which prints to the test's own standard output."""
+    def serve(self, *arguments, host="", prints="", **files):
+        """Yields the port of a service that prints nothing but `prints`, before it serves."""
         self.write(files)
-        with socket.socket() as holder:
+        with socket.socket() as holder, open(self.dir / "printed", "wb") as printed:
             # Holds a free port, which the daemon shares.
             holder.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEPORT, 1)
             holder.bind(("127.0.0.1", 0))
             port = holder.getsockname()[1]
             env = {**self.env, "FEATURE_TOGGLE_HOSTNAME": f" {host}",
                    "FEATURE_TOGGLE_HTTP_PORT": f" {port}x"}
-            process = subprocess.Popen([*self.command, *arguments], env=env)
+            process = subprocess.Popen([*self.command, *arguments], env=env,
+                                       stdout=printed, stderr=printed)
             try:
                 wait_until_listening(host or "127.0.0.1", port)
+                assert self.read("printed") == prints
                 yield port
                 stop_listening(process)
                 assert process.wait(SECONDS) == 0
             finally:
                 process.kill()
+                assert self.read("printed") == prints, self.read("printed")  # a sanitizer's report
 
 
 def wait_until_listening(host, port):
