@@ -19,7 +19,7 @@ def test_runs_in_an_empty_root(daemon):
     (root / "etc").mkdir(parents=True)
     (root / "etc/hosts").write_text("127.0.0.1 localhost\n")
     (root / "etc/nsswitch.conf").write_text("hosts: module_of_another_library\n")
-    shutil.copy(executable, root)
+    shutil.copy(executable, root / "feature_toggled")
     (root / "primary").write_text('{"variables":[{"key":"A","value":"1"}]}')
     daemon.env = {name: value.replace(str(daemon.dir), "") for name, value in daemon.env.items()}
     daemon.command = ["unshare", *(["--map-root-user"] if os.geteuid() else []), f"--root={root}",
