@@ -33,7 +33,8 @@ def test_both_forms():
     assert is_valid({"git_revision": "r", "variables": [TOGGLE]})
 
 
-@pytest.mark.parametrize("name, value", [(name, value) for name in FAULTS for value in FAULTS[name]])
+@pytest.mark.parametrize("name, value", [
+    (name, value) for name, values in FAULTS.items() for value in values])
 def test_faults(name, value):
     assert not is_valid([{**TOGGLE, name: value}])
 

@@ -3,7 +3,8 @@ import pytest
 from conftest import schema
 
 PRIMARY = '[{"key":"B","value":"off","options":["off","on"]},{"key":"A","value":"on"}]'
-OLD = '{"git_revision":"r1","variables":[{"key":"B","value":"on","description":"d","options":["o"]}]}'
+OLD = ('{"git_revision":"r1","variables":['
+       '{"key":"B","value":"on","description":"d","options":["o"]}]}')
 NEW = OLD.replace("r1", "r2")
 BOTH_ON, DEFAULTS = "export A=on\nexport B=on\n", "export A=on\nexport B=off\n"
 ODD = {"a": "$x\t'\n", "Zeta": "ü", "AB": '"=', "A": "two words", "B": "", "": "x", "C D": "x"}
@@ -37,8 +38,9 @@ ODD = {"a": "$x\t'\n", "Zeta": "ü", "AB": '"=', "A": "two words", "B": "", "": 
 def test_run(daemon, row):
     def check(variable="=", arguments=None, secondary=OLD, build='{"git_revision":"r2"}',
               listing="", saved=NEW, script=BOTH_ON):
-        run = daemon.run(*arguments.split(" ") if arguments else (), primary=PRIMARY,
-                         secondary=secondary, build=build, under=["env", "FEATURE_TOGGLE_" + variable])
+        run = daemon.run(*arguments.split(" ") if arguments else (),
+                         under=["env", "FEATURE_TOGGLE_" + variable],
+                         primary=PRIMARY, secondary=secondary, build=build)
         assert (run.stdout, run.stderr, run.returncode) == (listing, "", 0)
         assert (run.saved, run.script) == (saved, script)
 

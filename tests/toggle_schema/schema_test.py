@@ -27,7 +27,7 @@ def toggle(key, value="", description="", options=""):
     # A wrong piece costs that piece only.
     ('{"git_revision":"r","variables":{"key":"K"}}', "r", ""),
     ('{"git_revision":1,"variables":[{"key":"K"}]}', "", toggle("K")),
-    ('[null,["K"],{"key":1},{"key":"V","value":true},{"key":"K"}]', "", toggle("K")),
+    ('[null,["K"],{"key":null},{"key":"V","value":1},{"key":"K"}]', "", toggle("K")),
     ('[{"key":"K","options":["a",1,"b"],"description":{}}]', "", toggle("K", options='"a","b"')),
     ('[{"key":"K","options":"on"}]', "", toggle("K")),
 ], ids=lambda text: text[:40])
