@@ -79,7 +79,7 @@ bool HasNoAttributes(const FileDescriptor& file) {
   std::array<char, 4096> names;
   const ssize_t length = flistxattr(file.Get(), names.data(), names.size());
   if (length < 0) return errno == ENOTSUP || errno == ENOSYS;
-  for (ssize_t i = 0; i < length; i += static_cast<ssize_t>(std::strlen(&names[i])) + 1) {
+  for (size_t i = 0; i < static_cast<size_t>(length); i += std::strlen(&names[i]) + 1) {
     if (std::strncmp(&names[i], "security.", 9) != 0) {
       errno = ENOTSUP;
       return false;
