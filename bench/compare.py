@@ -19,6 +19,9 @@ import time
 import urllib.request
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
+sys.path.append(str(ROOT / "scripts"))
+from daemon import path_with_stand_in
+
 BENCH = ROOT / "bench"
 BUILT = ROOT / "build/bench"
 DOCUMENT = ROOT / "docs/performance.md"
@@ -30,19 +33,6 @@ EMPTY, STATIC_EMPTY = BUILT / "empty", BUILT / "empty-static"
 
 def output(*command, **options):
     return subprocess.run(command, check=True, capture_output=True, text=True, **options).stdout
-
-
-def make_safe(directory):
-    """Puts a stand-in for `reboot` first on PATH, and drops the daemon's variables."""
-    stand_in = directory / "bin" / "reboot"
-    stand_in.parent.mkdir()
-    stand_in.write_text("#!/bin/sh\n")
-    stand_in.chmod(0o755)
-    os.environ["PATH"] = f"{stand_in.parent}:{os.environ['PATH']}"
-    if output("sh", "-c", "command -v reboot").strip() != str(stand_in):
-        sys.exit("no stand-in for reboot")
-    for name in [name for name in os.environ if name.startswith("FEATURE_TOGGLE_")]:
-        del os.environ[name]
 
 
 class Files:
@@ -224,7 +214,9 @@ def main():
     load = os.getloadavg()[0]
     with tempfile.TemporaryDirectory(prefix="feature_toggled.",
                                      dir=shared if roomy else BUILT) as directory:
-        make_safe(pathlib.Path(directory))
+        os.environ["PATH"] = path_with_stand_in(pathlib.Path(directory))
+        for variable in [name for name in os.environ if name.startswith("FEATURE_TOGGLE_")]:
+            del os.environ[variable]
         rows, growth = measure(pathlib.Path(directory), quick)
     measured = f"""
 On {datetime.date.today()}, on {machine()}; files in {"memory" if roomy else "the build directory"}; \

@@ -1,22 +1,25 @@
-"""The daemon as a process, with files and a stand-in for `reboot` of its own."""
-import contextlib
-import ctypes
+"""What the tests of the whole program have in common."""
 import http.client
 import json
 import os
+import pathlib
 import shlex
-import shutil
-import socket
-import subprocess
-import time
+import sys
 
 import pytest
 
-SECONDS = 20  # the deadline of every wait
+sys.path.append(str(pathlib.Path(__file__).parents[1] / "scripts"))
+from daemon import SECONDS, Daemon
 
 
 def pytest_addoption(parser):
     parser.addoption("--command", required=True, help="the executable, behind an emulator or not")
+
+
+@pytest.fixture
+def daemon(request, tmp_path):
+    yield Daemon(shlex.split(request.config.getoption("--command")), tmp_path)
+    assert not list(tmp_path.glob(".feature_toggled*")), "a sibling of a saved file is left"
 
 
 def schema(revision, **values):
@@ -34,82 +37,3 @@ def send(port, target, form=None):
                        {"Content-Type": "application/x-www-form-urlencoded"})
     answer = connection.getresponse()
     return answer.status, answer.getheader("Content-Type"), os.fsdecode(answer.read())
-
-
-class Daemon:
-    def __init__(self, command, directory):
-        self.command, self.dir = command, directory
-        reboot = directory / "bin/reboot"
-        reboot.parent.mkdir()
-        reboot.write_text(f"#!/bin/sh\necho once >>'{directory}/rebooted'\n")
-        reboot.chmod(0o755)
-        self.env = {
-            "FEATURE_TOGGLE_PRIMARY_SCHEMA_PATH": f"{directory}/primary",
-            "FEATURE_TOGGLE_SECONDARY_SCHEMA_PATH": f"{directory}/secondary",
-            "FEATURE_TOGGLE_BUILD_INFO_PATH": f"{directory}/build",
-            "FEATURE_TOGGLE_OUTPUT_PATH": f"{directory}/script",
-            "PATH": f"{reboot.parent}:{os.environ['PATH']}",
-            "TSAN_OPTIONS": "halt_on_error=1",
-        }
-        if shutil.which("reboot", path=self.env["PATH"]) != str(reboot):
-            pytest.exit("without its stand-in, reboot would reboot this machine")
-
-    def read(self, name):
-        path = self.dir / name
-        return os.fsdecode(path.read_bytes()) if path.is_file() else None
-
-    def write(self, files):
-        for name, text in files.items():
-            (self.dir / name).write_bytes(os.fsencode(text))
-
-    def run(self, *arguments, under=(), **files):
-        """Runs to the end, `under` a command that starts it."""
-        self.write(files)
-        run = subprocess.run([*under, *self.command, *arguments], env=self.env, cwd=self.dir,
-                             umask=0o027, capture_output=True, text=True, timeout=SECONDS)
-        run.saved, run.script = self.read("secondary"), self.read("script")
-        return run
-
-    @contextlib.contextmanager
-    def serve(self, *arguments, host="", prints="", **files):
-        """Yields the port of a service that prints nothing but `prints`, before it serves."""
-        self.write(files)
-        with socket.socket() as holder, open(self.dir / "printed", "wb") as printed:
-            # Holds a free port, which the daemon shares.
-            holder.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEPORT, 1)
-            holder.bind(("127.0.0.1", 0))
-            port = holder.getsockname()[1]
-            env = {**self.env, "FEATURE_TOGGLE_HOSTNAME": f" {host}",
-                   "FEATURE_TOGGLE_HTTP_PORT": f" {port}x"}
-            process = subprocess.Popen([*self.command, *arguments], env=env,
-                                       stdout=printed, stderr=printed)
-            try:
-                wait_until_listening(host or "127.0.0.1", port)
-                assert self.read("printed") == prints
-                yield port
-                stop_listening(process)
-                assert process.wait(SECONDS) == 0
-            finally:
-                process.kill()
-                assert self.read("printed") == prints, self.read("printed")  # a sanitizer's report
-
-
-def wait_until_listening(host, port):
-    for _ in range(50 * SECONDS):
-        with contextlib.suppress(ConnectionRefusedError), socket.create_connection((host, port)):
-            return
-        time.sleep(0.02)
-
-
-def stop_listening(process):
-    """Serving ends only with the listening socket: pidfd_getfd(2) gives a copy to shut down."""
-    libc = ctypes.CDLL(None)
-    for fd in os.listdir(f"/proc/{process.pid}/fd"):
-        copy = libc.syscall(438, os.pidfd_open(process.pid), int(fd), 0)
-        libc.shutdown(copy, socket.SHUT_RD)
-
-
-@pytest.fixture
-def daemon(request, tmp_path):
-    yield Daemon(shlex.split(request.config.getoption("--command")), tmp_path)
-    assert not list(tmp_path.glob(".feature_toggled*")), "a sibling of a saved file is left"
