@@ -3,7 +3,8 @@ import os
 import pathlib
 import shutil
 
-from conftest import daemon, send  # the fixture is used by its name
+from conftest import daemon  # the fixture is used by its name
+from daemon import send
 
 HAS_IPV6 = pathlib.Path("/proc/net/if_inet6").exists()
 

@@ -1,6 +1,7 @@
 """The daemon as a process that cannot reboot this machine: for tests, benchmark and picture."""
 import contextlib
 import ctypes
+import http.client
 import os
 import shutil
 import socket
@@ -90,3 +91,12 @@ def stop_listening(process):
     for fd in os.listdir(f"/proc/{process.pid}/fd"):
         copy = libc.syscall(438, os.pidfd_open(process.pid), int(fd), 0)
         libc.shutdown(copy, socket.SHUT_RD)
+
+
+def send(port, target, form=None):
+    """Posts a form, or gets the target if there is none: status, content type and body."""
+    connection = http.client.HTTPConnection("127.0.0.1", port, timeout=SECONDS)
+    connection.request("GET" if form is None else "POST", target, form,
+                       {"Content-Type": "application/x-www-form-urlencoded"})
+    answer = connection.getresponse()
+    return answer.status, answer.getheader("Content-Type"), os.fsdecode(answer.read())

@@ -1,15 +1,9 @@
 """What the tests of the whole program have in common."""
-import http.client
 import json
-import os
-import pathlib
 import shlex
-import sys
 
 import pytest
-
-sys.path.append(str(pathlib.Path(__file__).parents[1] / "scripts"))
-from daemon import SECONDS, Daemon
+from daemon import Daemon
 
 
 def pytest_addoption(parser):
@@ -18,8 +12,7 @@ def pytest_addoption(parser):
 
 @pytest.fixture
 def daemon(request, tmp_path):
-    yield Daemon(shlex.split(request.config.getoption("--command")), tmp_path)
-    assert not list(tmp_path.glob(".feature_toggled*")), "a sibling of a saved file is left"
+    return Daemon(shlex.split(request.config.getoption("--command")), tmp_path)
 
 
 def schema(revision, **values):
@@ -28,12 +21,3 @@ def schema(revision, **values):
                  for key, value in sorted(values.items())]
     return json.dumps(dict(git_revision=revision, variables=variables),
                       ensure_ascii=False, separators=(",", ":"))
-
-
-def send(port, target, form=None):
-    """Posts a form, or gets the target if there is none: status, content type and body."""
-    connection = http.client.HTTPConnection("127.0.0.1", port, timeout=SECONDS)
-    connection.request("GET" if form is None else "POST", target, form,
-                       {"Content-Type": "application/x-www-form-urlencoded"})
-    answer = connection.getresponse()
-    return answer.status, answer.getheader("Content-Type"), os.fsdecode(answer.read())
