@@ -47,8 +47,8 @@ def test_run(daemon, row):
     check(**row)
 
 
-@pytest.mark.parametrize("arguments", ["--entry A", "-p 80x", "--no", "--list --help"])
+@pytest.mark.parametrize("arguments", ["--entry A", "--entry A 1 2", "-p 8x", "--no", "-h -l"])
 def test_errors_and_help_touch_no_file(daemon, arguments):
     run = daemon.run(*arguments.split(" "))
-    assert (run.returncode > 0) == ("--help" not in arguments)
+    assert (run.returncode > 0) == ("-h" not in arguments)
     assert (run.saved, run.script) == (None, None)
