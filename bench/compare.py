@@ -219,7 +219,8 @@ def main():
             del os.environ[variable]
         rows, growth = measure(pathlib.Path(directory), quick)
     measured = f"""
-On {datetime.date.today()}, on {machine()}; files in {"memory" if roomy else "the build directory"}; \
+On {datetime.date.today()}, on {machine()}; \
+files in {"memory" if roomy else "the build directory"}; \
 load {load:.1f} at the start{"; a trial, its figures have no weight" * quick}.
 
 {table(["What", "Of", "Measured", "Against feature_toggled"], compared(rows))}
