@@ -1,9 +1,5 @@
 #include "http_service/feature_toggle_http_impl.h"
 
-#ifdef FEATURE_TOGGLE_STATIC
-#include <nss.h>
-#endif
-
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -17,6 +13,10 @@
 #include "file_access/file_saver.h"
 #include "http_service/configuration_page.h"
 #include "toggle_schema/schema_json.h"
+
+#if defined(FEATURE_TOGGLE_STATIC) && defined(__GLIBC__)
+#include <nss.h>
+#endif
 
 namespace feature_toggle {
 namespace {
@@ -73,7 +73,7 @@ void FeatureToggleHTTPImpl::SetSecondarySchema(const ToggleSchema& schema) {
 }
 
 void FeatureToggleHTTPImpl::Listen(const std::string& host, int port) {
-#ifdef FEATURE_TOGGLE_STATIC
+#if defined(FEATURE_TOGGLE_STATIC) && defined(__GLIBC__)
   // The modules that nsswitch.conf may name need the C library of the device: with another one
   // linked in, loading libnss_myhostname ended the process.
   __nss_configure_lookup("hosts", "files dns");
