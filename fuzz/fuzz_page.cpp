@@ -1,5 +1,7 @@
 // Any keys and values, which stand in the input in turn, each ended by a NUL: the fields of the
 // page, as a browser decodes them, are the values in force, and posting them back changes nothing.
+#include <unistd.h>
+
 #include <regex>
 #include <thread>
 
@@ -8,8 +10,9 @@
 extern "C" int LLVMFuzzerTestOneInput(const char* data, size_t size) {
   using namespace feature_toggle;
   static auto& service = *new FeatureToggleHTTPImpl("/nonexistent/secondary");
-  static auto& server = *new std::thread([] { service.Listen("127.0.0.1", 18099); });
-  static httplib::Client browser("127.0.0.1", 18099);
+  static const int port = 20000 + getpid() % 10000;  // two may run at once
+  static auto& server = *new std::thread([] { service.Listen("127.0.0.1", port); });
+  static httplib::Client browser("127.0.0.1", port);
   while (server.joinable() && !browser.Get("/")) continue;  // it is about to listen
 
   ToggleSchema schemas[2];
