@@ -25,8 +25,10 @@ SCRIPTS = {
     "equals signs": (b"export A==\nexport B=C=1\n", {b"A": b"=", b"B": b"C=1"}),
     "any byte": (b"export A=%s\n" % ANY_BYTE, {b"A": ANY_BYTE}),
     "keys that are no identifiers": (
-        b"export B-C=1\nexport 1A=1\nexport =1\nexport \xc3\x84=1\nexport A\t=1\nexport -n=1\n", {}),
-    "other lines": (b"A=1\n export A=1\nexport A\n>ran\n# export A=1\n\nexport B=2\n", {b"B": b"2"}),
+        b"export B-C=1\nexport 1A=1\nexport =1\nexport \xc3\x84=1\nexport A\t=1\nexport -n=1\n",
+        {}),
+    "other lines": (b"A=1\n export A=1\nexport A\n>ran\n# export A=1\n\nexport B=2\n",
+                    {b"B": b"2"}),
     "a value of two lines": (b"export A=1\n>ran\n", {b"A": b"1"}),
     "no line break at the end": (b"export A=1\nexport B=2", {b"A": b"1", b"B": b"2"}),
     "the same key again": (b"export A=1\nexport A=2\n", {b"A": b"2"}),
@@ -68,7 +70,8 @@ def test_variables(wrap, name):
     run, callers = wrap(script, "/usr/bin/env", "-0")
     assert run.stderr == b""
     variables = dict(entry.split(b"=", 1) for entry in run.stdout.split(b"\0")[:-1])
-    assert {name: variables[name] for name in variables.keys() - MADE_BY_SHELLS - callers} == expected
+    published = variables.keys() - MADE_BY_SHELLS - callers
+    assert {name: variables[name] for name in published} == expected
 
 
 # What the export script holds, what is run, and how that ends.
