@@ -1,4 +1,5 @@
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <cstdlib>
 #include <iostream>
 #include <string>
@@ -16,6 +17,10 @@
 // there is".
 int main(int argc, char** argv) {
   using namespace feature_toggle;
+
+  // A reader of the listing that is gone, or a limit on files, makes a write fail, no more.
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
 
   CLI::App app("Feature Toggle Daemon");
   Settings settings;

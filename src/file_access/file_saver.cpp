@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/magic.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <sys/xattr.h>
@@ -9,27 +10,30 @@
 
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <climits>
 #include <cstring>
 #include <utility>
 
 #include "file_access/file_descriptor.h"
+#include "file_access/file_loader.h"
 
 namespace file_utils {
 namespace {
 
-// Whether a failed step ends the save, with the old content kept: short of room, or with a failing
-// disk, writing in place would fail as well, and lose it. Any other error tells what this file
-// system, directory, name or user cannot do, and writing in place can be done even so.
-bool EndsSave(int error) {
-  return error == EDQUOT || error == EFBIG || error == EIO || error == ENOMEM || error == ENOSPC;
+// Whether something came first, such as another save. The attempt is then repeated.
+bool CameSecond(int error) { return error == EEXIST || error == EWOULDBLOCK || error == ESTALE; }
+
+// Whether a failed step ends the attempt, with the old content kept: short of room or descriptors,
+// or with a failing disk, writing in place may fail as well, and the old content would be gone. Any
+// other error tells what this file system, directory, name or user cannot do; in place, it can.
+bool EndsAttempt(int error) {
+  return CameSecond(error) || error == EDQUOT || error == EFBIG || error == EIO ||
+         error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOSPC;
 }
 
-// Where a path leads once the links that its name may be are followed: a directory and a name in
-// it. The directory is held open, so it may be moved, and its path may be as long as a path can be.
-// It is not open if it cannot be, or if the path leads through a link of /proc, which stands for an
-// open file and only looks like a name.
+// Where a path leads once the links that its name may be are followed: a directory, which is held
+// open, and a name in it. It is not open, with the reason in errno, if it cannot be, or if the
+// name, or a link that it is, is itself a link in /proc, which only looks like a name.
 struct Location {
   explicit Location(std::string path) {
     std::array<char, PATH_MAX> link;
@@ -37,16 +41,16 @@ struct Location {
       const size_t start_of_name = path.rfind('/') + 1;
       const std::string parent = start_of_name == 0 ? "." : path.substr(0, start_of_name);
       name = path.substr(start_of_name);
-      directory.Reset(openat(directory.Get(), parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+      directory.Reset(openat(directory.Get(), parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+      if (!directory.IsOpen()) return;
       const ssize_t length = readlinkat(directory.Get(), name.c_str(), link.data(), link.size());
       if (length < 0) return;
-      struct statfs file_system;
-      if (fstatfs(directory.Get(), &file_system) != 0 || file_system.f_type == PROC_SUPER_MAGIC) {
-        break;
-      }
+      struct statfs fs;
+      if (fstatfs(directory.Get(), &fs) != 0 || fs.f_type == PROC_SUPER_MAGIC) break;
       path.assign(link.data(), static_cast<size_t>(length));
     }
-    directory.Close();
+    directory.Reset(-1);
+    errno = ELOOP;
   }
 
   FileDescriptor directory{AT_FDCWD};
@@ -55,22 +59,56 @@ struct Location {
 
 // The steps of a save: each is true, or else false with the reason in errno.
 
+bool Fail(int error) {
+  errno = error;
+  return false;
+}
+
+// Whether the name is that of `file`; if this is all zeros, whether it is nobody's.
+bool IsNamed(int directory, const std::string& name, const struct stat& file) {
+  struct stat now = {};
+  const bool exists = fstatat(directory, name.c_str(), &now, AT_SYMLINK_NOFOLLOW) == 0;
+  if (!exists && errno != ENOENT) return false;
+  return (now.st_dev == file.st_dev && now.st_ino == file.st_ino) || Fail(ESTALE);
+}
+
+// Removes the sibling that a power cut or a kill left. One that is being written is locked, and
+// waited for: at most 10 s, since whoever may read it can lock it as well.
+bool RemoveLeftOver(int directory, const std::string& sibling) {
+  const int flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  const FileDescriptor file(openat(directory, sibling.c_str(), flags));
+  struct stat status;
+  if (!file.IsOpen() || fstat(file.Get(), &status) != 0) return errno == ENOENT;
+  for (int waits = 0; waits < 1000; ++waits) {
+    if (flock(file.Get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) break;
+    usleep(10'000);
+  }
+  return !IsNamed(directory, sibling, status) || unlinkat(directory, sibling.c_str(), 0) == 0;
+}
+
+// Whether the file at `path` holds the content already. It is not read if its size tells.
+bool Holds(const std::string& path, const struct stat& status, const std::string& content) {
+  bool holds = false;
+  if (S_ISREG(status.st_mode) && static_cast<size_t>(status.st_size) == content.size()) {
+    const auto compare = [&](const std::string& text) { holds = text == content; };
+    FileLoader().Load(path, compare, nullptr);
+  }
+  return holds;
+}
+
 bool Write(const FileDescriptor& file, const std::string& content) {
   for (size_t written = 0; written < content.size();) {
     const ssize_t count = write(file.Get(), content.data() + written, content.size() - written);
-    if (count > 0) {
-      written += static_cast<size_t>(count);
-    } else if (count == 0 || errno != EINTR) {
-      errno = EIO;  // whatever it was: the same content would fail in place too
-      return false;
-    }
+    if (count > 0) written += static_cast<size_t>(count);
+    // Whatever it was: the same content would fail in place too.
+    if (count == 0 || (count < 0 && errno != EINTR)) return Fail(EIO);
   }
-  // Some file systems report a failed write only when a descriptor is closed. A file without a name
-  // is gone with its last one, so that a copy is closed.
-  const int copy = fcntl(file.Get(), F_DUPFD_CLOEXEC, 0);
-  if (copy >= 0 && close(copy) == 0) return true;
-  errno = EIO;
-  return false;
+  return true;
+}
+
+// EINVAL and EROFS tell that a special file has nothing to flush.
+bool Flush(const FileDescriptor& file) {
+  return fsync(file.Get()) == 0 || errno == EINVAL || errno == EROFS || Fail(EIO);
 }
 
 // Access control lists and other attributes, which a new file would lack or have inherited. The
@@ -80,97 +118,59 @@ bool HasNoAttributes(const FileDescriptor& file) {
   const ssize_t length = flistxattr(file.Get(), names.data(), names.size());
   if (length < 0) return errno == ENOTSUP || errno == ENOSYS;
   for (size_t i = 0; i < static_cast<size_t>(length); i += std::strlen(&names[i]) + 1) {
-    if (std::strncmp(&names[i], "security.", 9) != 0) {
-      errno = ENOTSUP;
-      return false;
-    }
+    if (std::strncmp(&names[i], "security.", 9) != 0) return Fail(ENOTSUP);
   }
   return true;
 }
 
-// Whether the name is still that of the file that was opened. Another may have come meanwhile.
-bool IsStill(const Location& location, const struct stat& former) {
-  struct stat now;
-  errno = ESTALE;
-  return fstatat(location.directory.Get(), location.name.c_str(), &now, AT_SYMLINK_NOFOLLOW) == 0 &&
-         now.st_dev == former.st_dev && now.st_ino == former.st_ino;
-}
-
-// Names a file that has none. Its data is set on its way before, so that it reaches the disk before
-// the name does, whatever the file system promises: nothing waits for it, unlike for fsync(2).
-bool Link(const FileDescriptor& file, const FileDescriptor& directory, const std::string& name) {
-  sync_file_range(file.Get(), 0, 0, SYNC_FILE_RANGE_WRITE);
-  const std::string self = "/proc/self/fd/" + std::to_string(file.Get());  // as open(2) has it
-  return linkat(AT_FDCWD, self.c_str(), directory.Get(), name.c_str(), AT_SYMLINK_FOLLOW) == 0;
-}
-
-// A sibling in a directory that only grows could be neither renamed nor removed.
-bool OnlyGrows(const FileDescriptor& directory) {
-  struct statx status;
-  return statx(directory.Get(), "", AT_EMPTY_PATH, 0, &status) == 0 &&
-         (status.stx_attributes & STATX_ATTR_APPEND) != 0;
-}
-
-// Makes the new file all that the target shall be. `former` is what the target is, if it is open.
-// Mode after owner: a change of owner clears the set-user-ID bits.
+// Makes the new file all that the target shall be; `former` is what the target is, if it is open.
 bool Fill(const FileDescriptor& file, const FileDescriptor& target, const struct stat& former,
           const std::string& content) {
-  if (!target.IsOpen()) return Write(file, content);
+  if (!target.IsOpen()) return Write(file, content) && Flush(file);
   return HasNoAttributes(target) && HasNoAttributes(file) && Write(file, content) &&
-         fchown(file.Get(), former.st_uid, former.st_gid) == 0 &&
-         fchmod(file.Get(), former.st_mode & 07777) == 0;
+         fchown(file.Get(), former.st_uid, former.st_gid) == 0 &&  // clears set-user-ID bits
+         fchmod(file.Get(), former.st_mode & 07777) == 0 && Flush(file);
 }
 
-// Puts a new file in place of the target: one that has no name until it is filled, or else, for
-// file systems without such files, a sibling from the start. Gives 0 or, with the target as it was,
-// the error.
-int Replace(const Location& location, const FileDescriptor& target, const struct stat& former,
-            const std::string& content, bool nameless) {
+bool Replace(const Location& location, const std::string& sibling, const FileDescriptor& target,
+             const struct stat& former, const std::string& content) {
   const int directory = location.directory.Get();
-  const bool exists = target.IsOpen();
-  const bool renames = exists || !nameless;
-  if (renames && OnlyGrows(location.directory)) return EPERM;
-
-  // Short, since a name without room for a suffix is valid too; of this thread and moment only.
-  const auto now = std::chrono::system_clock::now().time_since_epoch().count();
-  const std::string sibling =
-      ".feature_toggled." + std::to_string(gettid()) + "." + std::to_string(now);
-  const int flags = O_WRONLY | O_CLOEXEC | (nameless ? O_TMPFILE : O_CREAT | O_EXCL);
-  const FileDescriptor file(
-      openat(directory, nameless ? "." : sibling.c_str(), flags, exists ? 0600 : 0666));
-  if (!file.IsOpen()) return errno;
-  bool done = Fill(file, target, former, content) && (!exists || IsStill(location, former));
-  if (done && nameless) done = Link(file, location.directory, renames ? sibling : location.name);
-  if (done && renames) {
-    done = renameat(directory, sibling.c_str(), directory, location.name.c_str()) == 0;
+  const mode_t mode = target.IsOpen() ? 0600 : 0666;
+  const int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
+  const FileDescriptor file(openat(directory, sibling.c_str(), flags, mode));
+  struct stat made;
+  if (!file.IsOpen() || fstat(file.Get(), &made) != 0) return false;
+  if (flock(file.Get(), LOCK_EX | LOCK_NB) == 0 && Fill(file, target, former, content) &&
+      IsNamed(directory, sibling, made) && IsNamed(directory, location.name, former) &&
+      renameat(directory, sibling.c_str(), directory, location.name.c_str()) == 0) {
+    return Flush(location.directory);
   }
-  const int error = done ? 0 : errno;
-  if (!done && renames) unlinkat(directory, sibling.c_str(), 0);
-  return error;
+  const int error = errno;
+  if (IsNamed(directory, sibling, made)) unlinkat(directory, sibling.c_str(), 0);
+  return Fail(error);
 }
 
-bool SaveFile(const std::string& path, const std::string& content) {
+bool TrySave(const std::string& path, const std::string& content) {
+  const Location location(path);
+  const std::string sibling = "." + location.name.substr(0, NAME_MAX - 5) + ".new";
+  const int directory = location.directory.Get();
+  const bool has_place = location.directory.IsOpen() && RemoveLeftOver(directory, sibling);
+  if (!has_place && EndsAttempt(errno)) return false;
+
   // Opened even where it will be replaced: a file that may not be written must stay as it is.
   FileDescriptor target(open(path.c_str(), O_WRONLY | O_CLOEXEC));
   const bool exists = target.IsOpen();
-  if (!exists && errno != ENOENT) return false;
   struct stat former = {};
-  if (exists && fstat(target.Get(), &former) != 0) return false;
-  if (!exists || (S_ISREG(former.st_mode) && former.st_nlink <= 1)) {
-    const Location location(path);
-    int error = 0;
-    for (const bool nameless : {true, false}) {
-      error = Replace(location, target, former, content, nameless);
-      if (error == 0 || EndsSave(error)) return error == 0;
-    }
-    // Replaced by another process since it was opened, it is nobody's file: the name counts.
-    if (error == ESTALE && fstat(target.Get(), &former) == 0 && former.st_nlink == 0) {
-      return SaveFile(path, content);
-    }
+  if (exists ? fstat(target.Get(), &former) != 0 : errno != ENOENT) return false;
+  if (Holds(path, former, content) && futimens(target.Get(), nullptr) == 0) return true;
+  const bool is_file = S_ISREG(former.st_mode);
+  if (has_place && (!exists || (is_file && former.st_nlink <= 1))) {
+    if (Replace(location, sibling, target, former, content)) return true;
+    if (EndsAttempt(errno)) return false;
   }
-  if (!exists) target.Reset(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666));
-  if (S_ISREG(former.st_mode) && ftruncate(target.Get(), 0) != 0) return false;
-  return Write(target, content);
+  if (!exists) target.Reset(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+  if (is_file && ftruncate(target.Get(), 0) != 0) return false;
+  return Write(target, content) && Flush(target);
 }
 
 }  // namespace
@@ -181,7 +181,10 @@ class FileSaverImpl : public IFileSaver {
             std::function<void(const std::string&)> on_error) override {
     bool saved = false;
     try {
-      saved = SaveFile(path, content);
+      for (int attempts = 0; !saved && attempts < 100; ++attempts) {
+        saved = TrySave(path, content);
+        if (!CameSecond(errno)) break;
+      }
     } catch (...) {
       // Memory ran out before anything was written.
     }
