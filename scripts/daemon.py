@@ -16,7 +16,7 @@ def path_with_stand_in(directory):
     """A PATH whose `reboot` only notes in `directory`/rebooted that it ran."""
     reboot = directory / "bin/reboot"
     reboot.parent.mkdir()
-    reboot.write_text(f"#!/bin/sh\necho once >>'{directory}/rebooted'\n")
+    reboot.write_text(f"#!/bin/sh\nsleep 0.1\necho once >>'{directory}/rebooted'\n")
     reboot.chmod(0o755)
     path = f"{reboot.parent}:{os.environ['PATH']}"
     if shutil.which("reboot", path=path) != str(reboot):

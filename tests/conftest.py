@@ -15,6 +15,17 @@ def daemon(request, tmp_path):
     return Daemon(shlex.split(request.config.getoption("--command")), tmp_path)
 
 
+# Leaks cannot be looked for in a process that is traced.
+STRACE = ["strace", "-qqo", "trace", "-E", "ASAN_OPTIONS=detect_leaks=0", "-e"]
+
+
+@pytest.fixture
+def traced(daemon):
+    if len(daemon.command) > 1:
+        pytest.skip("an emulator's system calls are its own")
+    return daemon
+
+
 def schema(revision, **values):
     """The secondary schema file as the daemon writes it: texts end at a NUL."""
     variables = [dict(key=key, value=value.partition("\0")[0], description="", options=[])

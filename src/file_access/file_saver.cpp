@@ -23,9 +23,8 @@ namespace {
 // Whether something came first, such as another save. The attempt is then repeated.
 bool CameSecond(int error) { return error == EEXIST || error == EWOULDBLOCK || error == ESTALE; }
 
-// Whether a failed step ends the attempt, with the old content kept: short of room or descriptors,
-// or with a failing disk, writing in place may fail as well, and the old content would be gone. Any
-// other error tells what this file system, directory, name or user cannot do; in place, it can.
+// Whether a failed step ends the attempt, with the old content kept: writing in place may fail as
+// well, and the old content would be gone. Any other error tells of a rule of the place.
 bool EndsAttempt(int error) {
   return CameSecond(error) || error == EDQUOT || error == EFBIG || error == EIO ||
          error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOSPC;
@@ -64,12 +63,14 @@ bool Fail(int error) {
   return false;
 }
 
-// Whether the name is that of `file`; if this is all zeros, whether it is nobody's.
-bool IsNamed(int directory, const std::string& name, const struct stat& file) {
-  struct stat now = {};
-  const bool exists = fstatat(directory, name.c_str(), &now, AT_SYMLINK_NOFOLLOW) == 0;
+// Whether the name is that of the open file; or, of a file that is not open, nobody's.
+bool IsNamed(int directory, const std::string& name, const FileDescriptor& file) {
+  struct stat opened = {};
+  struct stat named = {};
+  if (file.IsOpen() && fstat(file.Get(), &opened) != 0) return false;
+  const bool exists = fstatat(directory, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0;
   if (!exists && errno != ENOENT) return false;
-  return (now.st_dev == file.st_dev && now.st_ino == file.st_ino) || Fail(ESTALE);
+  return (named.st_dev == opened.st_dev && named.st_ino == opened.st_ino) || Fail(ESTALE);
 }
 
 // Removes the sibling that a power cut or a kill left. One that is being written is locked, and
@@ -77,13 +78,12 @@ bool IsNamed(int directory, const std::string& name, const struct stat& file) {
 bool RemoveLeftOver(int directory, const std::string& sibling) {
   const int flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
   const FileDescriptor file(openat(directory, sibling.c_str(), flags));
-  struct stat status;
-  if (!file.IsOpen() || fstat(file.Get(), &status) != 0) return errno == ENOENT;
+  if (!file.IsOpen()) return errno == ENOENT;
   for (int waits = 0; waits < 1000; ++waits) {
     if (flock(file.Get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) break;
     usleep(10'000);
   }
-  return !IsNamed(directory, sibling, status) || unlinkat(directory, sibling.c_str(), 0) == 0;
+  return !IsNamed(directory, sibling, file) || unlinkat(directory, sibling.c_str(), 0) == 0;
 }
 
 // Whether the file at `path` holds the content already. It is not read if its size tells.
@@ -138,15 +138,14 @@ bool Replace(const Location& location, const std::string& sibling, const FileDes
   const mode_t mode = target.IsOpen() ? 0600 : 0666;
   const int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
   const FileDescriptor file(openat(directory, sibling.c_str(), flags, mode));
-  struct stat made;
-  if (!file.IsOpen() || fstat(file.Get(), &made) != 0) return false;
+  if (!file.IsOpen()) return false;
   if (flock(file.Get(), LOCK_EX | LOCK_NB) == 0 && Fill(file, target, former, content) &&
-      IsNamed(directory, sibling, made) && IsNamed(directory, location.name, former) &&
+      IsNamed(directory, sibling, file) && IsNamed(directory, location.name, target) &&
       renameat(directory, sibling.c_str(), directory, location.name.c_str()) == 0) {
     return Flush(location.directory);
   }
   const int error = errno;
-  if (IsNamed(directory, sibling, made)) unlinkat(directory, sibling.c_str(), 0);
+  if (IsNamed(directory, sibling, file)) unlinkat(directory, sibling.c_str(), 0);
   return Fail(error);
 }
 

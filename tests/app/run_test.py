@@ -12,7 +12,6 @@ ODD = {"a": "$x\t'\n", "Zeta": "ü", "AB": '"=', "A": "two words", "B": "", "": 
 
 @pytest.mark.parametrize("row", [
     dict(arguments="--list", listing=BOTH_ON + "\n"),
-    dict(arguments="-x", saved=schema("r2"), script=DEFAULTS),
     dict(arguments="--reset --entry C 0", saved=schema("r2", C="0"),
          script=DEFAULTS + "export C=0\n"),
     dict(build="{}", saved=OLD),
@@ -24,23 +23,26 @@ ODD = {"a": "$x\t'\n", "Zeta": "ü", "AB": '"=', "A": "two words", "B": "", "": 
     dict(variable="HTTP_PORT=65535", arguments="--entry B "),
     dict(variable="HTTP_PORT=65535", arguments="--entry  off"),
     dict(variable="HTTP_PORT=65535", arguments="-p 0"),
-    dict(variable="HTTP_PORT=65535", arguments="-n no\thost"),
     dict(arguments="--port 65535 --hostname no\thost"),
     # Of paths, the command line goes before the environment, where they end at a blank.
     dict(variable="OUTPUT_PATH=x", arguments="-r primary -b build -s secondary -o script"),
     dict(variable="OUTPUT_PATH=  script x"),
     dict(arguments="-l --secondary_schema_path no/dir --output_path no/dir "
          "--primary_schema_path . --build_info_path .", listing="\n", saved=OLD, script=None),
+    # A primary schema that comes in pieces, and is large; an empty script.
+    dict(primary=PRIMARY + " " * 9_000_000, arguments="-r /dev/stdin",
+         shell='{ head -c 9; sleep 0.1; cat; } <primary | "$@"'),
+    dict(primary="", secondary="", shell='echo old >script; "$@"', saved=schema("r2"), script=""),
     # An empty text, or one with a space, has no line in the script. All else stands as it is.
     dict(secondary=schema("r2", **ODD), saved=schema("r2", **ODD),
          script="export AB=\"=\nexport Zeta=ü\nexport a=$x\t'\n\n"),
 ])
 def test_run(daemon, row):
     def check(variable="=", arguments=None, secondary=OLD, build='{"git_revision":"r2"}',
-              listing="", saved=NEW, script=BOTH_ON):
+              primary=PRIMARY, shell='"$@"', listing="", saved=NEW, script=BOTH_ON):
         run = daemon.run(*arguments.split(" ") if arguments else (),
-                         under=["env", "FEATURE_TOGGLE_" + variable],
-                         primary=PRIMARY, secondary=secondary, build=build)
+                         under=["env", "FEATURE_TOGGLE_" + variable, "sh", "-c", shell, "sh"],
+                         primary=primary, secondary=secondary, build=build)
         assert (run.stdout, run.stderr, run.returncode) == (listing, "", 0)
         assert (run.saved, run.script) == (saved, script)
 
