@@ -4,7 +4,7 @@ import os
 import subprocess
 
 import pytest
-from conftest import STRACE, schema
+from conftest import schema
 
 LONG = "x" * 2000  # more than a file may have under `ulimit -f 1`
 OLD = "what the target held before, longer than what it will hold\n" * 50
@@ -69,6 +69,7 @@ def left_overs(daemon):
 # A shortage ends a save; what a rule of the place forbids is done another way.
 SHORTAGES = "EDQUOT EFBIG EIO EMFILE ENFILE ENOMEM ENOSPC".split()
 RULES = "EACCES EBUSY EINTR EINVAL ENAMETOOLONG ENOSYS EOPNOTSUPP EPERM EROFS EXDEV".split()
+STRACE = ["strace", "-qqo", "trace", "-e"]
 HARMLESS = {"write": ["EINTR"], "fsync": ["EINVAL", "EROFS"], "readlinkat": SHORTAGES + RULES}
 
 
@@ -113,12 +114,15 @@ def test_each_fault_leaves_the_old_file_or_the_new_one(traced, old):
         assert not left_overs(traced), call
 
 
-def test_flushes_the_content_before_it_has_the_name(traced):
-    calls, _ = trace_save(traced, OLD_SCHEMA)
+@pytest.mark.parametrize("old, mode, steps", [
+    (OLD_SCHEMA, "0600", "flock write fchmod fsync renameat fsync fsync"),
+    (None, "0666", "flock write fsync renameat fsync fsync"),
+])
+def test_flushes_the_content_before_it_has_the_name(traced, old, mode, steps):
+    calls, _ = trace_save(traced, old)
     names = [call.split("(")[0] for call in calls]
-    steps = ["flock", "write", "fchmod", "fsync", "renameat"]
-    assert [name for name in names if name in steps] == [*steps, "fsync", "fsync"]
-    assert "0600" in calls[find(calls, "O_EXCL")]  # nobody else reads it before it is written
+    assert " ".join(name for name in names if name in steps) == steps
+    assert mode in calls[find(calls, "O_EXCL")]  # what was private stays so while it is written
     assert names.count("close") == sum(" = -1" not in call for call in calls if "openat" in call)
 
 
@@ -127,19 +131,20 @@ def test_content_that_is_there_is_not_written_again(traced):
         save_schema(traced, NEW_SCHEMA)
     calls = traced.read("trace")
     assert calls.count("utimensat(") == 2
-    assert not any(name in calls for name in ("write(", "ftruncate(", "fsync(", "renameat("))
+    assert not any(name in calls for name in ("O_EXCL", "ftruncate(", "fsync("))
 
 
-@pytest.mark.parametrize("meanwhile, saved", [
-    ("mv secondary aside; mv other secondary", NEW_SCHEMA),
-    ("rm secondary", NEW_SCHEMA),
-    ('"$1" --entry A 3', schema("", A="3")),  # waits for the save that is under way
+@pytest.mark.parametrize("meanwhile, saved, mode", [
+    ("chmod 600 other; mv other secondary", NEW_SCHEMA, 0o600),
+    ("rm secondary", NEW_SCHEMA, 0o640),
+    ('"$1" --entry A 3', schema("", A="3"), 0o644),  # waits for the save that is under way
 ])
-def test_another_change_during_a_save(traced, meanwhile, saved):
+def test_another_change_during_a_save(traced, meanwhile, saved, mode):
     traced.write(dict(secondary=OLD_SCHEMA, other=OLD))
     wait = "timeout 10 sh -c 'until grep -qs fchown trace; do :; done'"
     delay = [*STRACE, "inject=fsync:delay_enter=500000:when=1"]
     traced.run("--entry", "A", "2", under=[
         "sh", "-c", f'({wait}; shift {len(delay)}; {meanwhile}) & "$@"; wait', "sh", *delay])
     assert traced.read("secondary") == saved
+    assert (traced.dir / "secondary").stat().st_mode & 0o777 == mode
     assert not left_overs(traced)
