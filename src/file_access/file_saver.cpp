@@ -185,7 +185,7 @@ class FileSaverImpl : public IFileSaver {
         if (!CameSecond(errno)) break;
       }
     } catch (...) {
-      // Memory ran out before anything was written.
+      saved = false;  // memory ran out before anything was written
     }
     if (!saved && on_error) on_error("Error writing file.");
   }
