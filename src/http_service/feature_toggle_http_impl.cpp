@@ -14,8 +14,9 @@
 #include "http_service/configuration_page.h"
 #include "toggle_schema/schema_json.h"
 
-#if defined(FEATURE_TOGGLE_STATIC) && defined(__GLIBC__)
+#ifdef __GLIBC__
 #include <nss.h>
+#include <sys/auxv.h>
 #endif
 
 namespace feature_toggle {
@@ -73,10 +74,10 @@ void FeatureToggleHTTPImpl::SetSecondarySchema(const ToggleSchema& schema) {
 }
 
 void FeatureToggleHTTPImpl::Listen(const std::string& host, int port) {
-#if defined(FEATURE_TOGGLE_STATIC) && defined(__GLIBC__)
-  // The modules that nsswitch.conf may name need the C library of the device: with another one
-  // linked in, loading libnss_myhostname ended the process.
-  __nss_configure_lookup("hosts", "files dns");
+#ifdef __GLIBC__
+  // The modules that nsswitch.conf may name need the C library of the device. With another one
+  // linked in, and so without an interpreter, loading libnss_myhostname ended the process.
+  if (getauxval(AT_BASE) == 0) __nss_configure_lookup("hosts", "files dns");
 #endif
   server_.listen(host, port);
 }
