@@ -1,9 +1,10 @@
-"""toggle_schema.json, which tells authors of schema files what the daemon would skip or cut."""
+"""toggle_schema.json: takes what the daemon writes, and names what the daemon would skip or cut."""
 import json
 import pathlib
 
 import jsonschema
 import pytest
+from daemon import Daemon
 
 ROOT = pathlib.Path(__file__).parents[1]
 SCHEMA = json.loads((ROOT / "packaging/toggle_schema.json").read_text())
@@ -11,41 +12,52 @@ TOGGLE = {"key": "A", "value": "1", "options": ["2"], "description": "d"}
 
 # Each stands for the member of that name, in a toggle that is right otherwise.
 FAULTS = {
-    "key": [1, "", "1A", "A-B", "A\n"],
-    "value": [1, "$x", "1\n", " ", "[1]"],
-    "options": ["2", [2], ["$x"]],
-    "description": [1, "\ud800"],
-    "x": [1],
+    "key": [1, "A\0"],
+    "value": [1, None, ["1"], "\0", "\ud800"],
+    "options": ["2", [2], ["\0"]],
+    "description": [1, "\0"],
+    "colour": ["red"],
 }
 
 
-def is_valid(document):
-    return jsonschema.Draft202012Validator(SCHEMA).is_valid(document)
+def faults(document):
+    """What jsonschema(1) says of each fault, and where it is."""
+    validator = jsonschema.Draft202012Validator(SCHEMA)
+    return [f"{error.json_path}: {error.message}" for error in validator.iter_errors(document)]
 
 
 @pytest.mark.parametrize("path", [*ROOT.glob("examples/*.conf")], ids=lambda path: path.name)
 def test_examples(path):
-    assert is_valid(json.loads(path.read_text()))
+    assert faults(json.loads(path.read_text())) == []
 
 
-def test_both_forms():
-    assert is_valid([TOGGLE])
-    assert is_valid({"git_revision": "r", "variables": [TOGGLE]})
+def test_what_the_daemon_writes(tmp_path):
+    daemon = Daemon([ROOT / "build/debug/feature_toggled"], tmp_path)
+    odd = {"A": "it's", "B-C": "ü", "D E": "a b", "<&>": "\"\\\n😀"}
+    for key, value in odd.items():
+        saved = json.loads(daemon.run("--entry", key, value).saved)
+        assert faults(saved) == []
+    assert {toggle["key"]: toggle["value"] for toggle in saved["variables"]} == odd
+    assert faults(json.loads(daemon.run("--reset").saved)) == []
 
 
 @pytest.mark.parametrize("name, value", [
     (name, value) for name, values in FAULTS.items() for value in values])
-def test_faults(name, value):
-    assert not is_valid([{**TOGGLE, name: value}])
+def test_fault_is_named(name, value):
+    toggle = {**TOGGLE, name: value}
+    for document in [toggle], {"variables": [toggle]}:
+        fault, = faults(document)
+        assert name in fault
 
 
-@pytest.mark.parametrize("missing", ["key", "value"])
-def test_what_a_toggle_needs(missing):
-    assert not is_valid([{name: TOGGLE[name] for name in TOGGLE if name != missing}])
+@pytest.mark.parametrize("name", ["key", "value"])
+def test_missing_member_is_named(name):
+    fault, = faults([{other: TOGGLE[other] for other in TOGGLE if other != name}])
+    assert f"'{name}' is a required property" in fault
 
 
 @pytest.mark.parametrize("document", [
-    1, {}, [1], {"git_revision": "r"}, {"variables": {}}, {"variables": [], "x": 1},
+    1, {}, [1], {"git_revision": "r"}, {"variables": {}}, {"variables": [], "colour": 1},
     {"variables": [], "git_revision": 1}, {"variables": [], "git_revision": "\0"}])
 def test_other_documents(document):
-    assert not is_valid(document)
+    assert len(faults(document)) == 1
