@@ -1,4 +1,4 @@
-"""The daemon as a process that cannot reboot this machine: for tests, benchmark and picture."""
+"""The daemon as a process that cannot reboot this machine: for tests and browser."""
 import contextlib
 import ctypes
 import http.client
