@@ -1,4 +1,4 @@
-/* An empty program, the least that any costs: it ends at once, or waits if it is given an argument. */
+/* An empty program, the least that any costs: ends at once, or waits if given an argument. */
 #include <unistd.h>
 
 int main(int argc, char** argv) {
