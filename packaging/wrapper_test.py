@@ -51,13 +51,20 @@ def wrap(request, tmp_path):
     shell.symlink_to(f"/bin/{request.param}")
     (tmp_path / "work").mkdir()
 
-    def run(script, *command):
+    def run(script, *command, settings=None):
         path = tmp_path / "script"
         if script is not None:
             path.write_bytes(script)
         env = {"PATH": str(shell.parent), "FEATURE_TOGGLE_OUTPUT_PATH": str(path)}
-        run = subprocess.run([shell, WRAPPER, *command], env=env, cwd=tmp_path / "work",
-                             capture_output=True, check=False)
+        wrapper = WRAPPER.read_text()
+        if settings is not None:
+            del env["FEATURE_TOGGLE_OUTPUT_PATH"]
+            assert "/etc/default/feature_toggled" in wrapper
+            wrapper = wrapper.replace("/etc/default/feature_toggled", str(tmp_path / "settings"))
+            (tmp_path / "settings").write_text(settings.replace("SCRIPT", str(path)))
+        (tmp_path / "wrapper").write_text(wrapper)
+        run = subprocess.run([shell, tmp_path / "wrapper", *command], env=env,
+                             cwd=tmp_path / "work", capture_output=True, check=False)
         assert not os.listdir(tmp_path / "work"), "something of the script was run"
         return run, {os.fsencode(name) for name in env}
 
@@ -74,15 +81,41 @@ def test_variables(wrap, name):
     assert {name: variables[name] for name in published} == expected
 
 
+# What the service's settings hold, and which export script is read, SCRIPT being one that is there.
+DEFAULT = "/var/rwfs2/feature_toggle.sh"
+SETTINGS = {
+    "not set": ("#FEATURE_TOGGLE_OUTPUT_PATH=SCRIPT\n", DEFAULT),
+    "empty": ("FEATURE_TOGGLE_OUTPUT_PATH=\n", DEFAULT),
+    "set": ("A=1\n FEATURE_TOGGLE_OUTPUT_PATH=SCRIPT\nB=2\n", "SCRIPT"),
+    "set twice": ("FEATURE_TOGGLE_OUTPUT_PATH=/1\nFEATURE_TOGGLE_OUTPUT_PATH=SCRIPT\n", "SCRIPT"),
+    "quotes": ('FEATURE_TOGGLE_OUTPUT_PATH="SCRIPT"\n', "SCRIPT"),
+    "a blank": ("FEATURE_TOGGLE_OUTPUT_PATH='SCRIPT b'", "SCRIPT"),
+    "a command": (">ran\nFEATURE_TOGGLE_OUTPUT_PATH=/$(>ran)\n", "/$(>ran)"),
+}
+
+
+@pytest.mark.parametrize("name", SETTINGS)
+def test_settings(wrap, name):
+    settings, path = SETTINGS[name]
+    run, _ = wrap(b"export A=1\n", "/bin/sh", "-c", "echo $A", settings=settings)
+    if path == "SCRIPT":
+        assert (run.stdout, run.stderr) == (b"1\n", b"")
+    else:
+        assert (run.stdout, path in run.stderr.decode()) == (b"", True), run.stderr
+
+
 # What the export script holds, what is run, and how that ends.
 RUNS = {
     "ends as the program does": (b"", ["/bin/sh", "-c", 'exit "$2"', "sh", "a b", "3"], 3, b""),
-    "no such program": (b"export PATH=/nowhere\n", ["nothing"], 127, b"No such file"),
+    "no such program": (b"export PATH=/nowhere\n", ["nothing"], 127,
+                        b"with_feature_toggles: nothing: not found\n"),
+    "on the path that a toggle sets": (b"export PATH=/bin\n", ["ls"], 0, b""),
+    "no program but a directory": (b"", ["/"], 126, b"denied"),
     "no export script": (
         None, ["/bin/true"], 66, b"with_feature_toggles: the export script cannot be read\n"),
     "no program": (b"", [], 64, b"Usage: "),
     "env would take it for a variable": (b"", ["A=1"], 64, b"Usage: "),
-    "env would take it for an option": (b"", ["-i"], 127, b"No such file"),
+    "env would take it for an option": (b"", ["-i"], 127, b"-i: not found"),
 }
 
 
@@ -91,3 +124,9 @@ def test_status(wrap, name):
     script, command, status, message = RUNS[name]
     run, _ = wrap(script, *command)
     assert (run.returncode, message in run.stderr) == (status, True), run.stderr
+
+
+@pytest.mark.parametrize("option", ["-h", "--help"])
+def test_help(wrap, option):
+    run, _ = wrap(None, option)
+    assert (run.stdout[:7], run.stderr, run.returncode) == (b"Usage: ", b"", 0)
