@@ -30,7 +30,7 @@ ODD = {"a": "$x\t'\n", "Zeta": "ü", "AB": '"=', "A": "two words", "B": "", "": 
     dict(arguments="-l --secondary_schema_path no/dir --output_path no/dir "
          "--primary_schema_path . --build_info_path .", listing="\n", saved=OLD, script=None),
     # A primary schema that comes in pieces, and is large; an empty script.
-    dict(primary=PRIMARY + " " * 9_000_000, arguments="-r /dev/stdin",
+    dict(primary=" " * 9_000_000 + PRIMARY, arguments="-r /dev/stdin",
          shell='{ head -c 9; sleep 0.1; cat; } <primary | "$@"'),
     dict(primary="", secondary="", shell='echo old >script; "$@"', saved=schema("r2"), script=""),
     # An empty text, or one with a space, has no line in the script. All else stands as it is.
