@@ -74,7 +74,7 @@ bool IsNamed(int directory, const std::string& name, const FileDescriptor& file)
 }
 
 // Removes the sibling that a power cut or a kill left. One that is being written is locked, and
-// waited for: at most 10 s, since whoever may read it can lock it as well.
+// waited for: at most 10 s, since anyone who may read it can lock it too.
 bool RemoveLeftOver(int directory, const std::string& sibling) {
   const int flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
   const FileDescriptor file(openat(directory, sibling.c_str(), flags));

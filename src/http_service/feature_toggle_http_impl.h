@@ -31,8 +31,8 @@ class FeatureToggleHTTPImpl : public IFeatureToggleHTTP {
   std::string secondary_schema_path_;
   ToggleSchema primary_;
   ToggleSchema secondary_;
-  /// Held for the whole of a handler's run: shared by pages, exclusively by an update, whose file
-  /// it guards as well.
+  /// Held for the whole of a page's or an update's run: shared by pages, exclusively by an update,
+  /// whose file it guards as well.
   mutable std::shared_mutex mutex_;
   httplib::Server server_;
 };
