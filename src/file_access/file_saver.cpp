@@ -142,7 +142,7 @@ bool Replace(const Location& location, const std::string& sibling, const FileDes
   if (flock(file.Get(), LOCK_EX | LOCK_NB) == 0 && Fill(file, target, former, content) &&
       IsNamed(directory, sibling, file) && IsNamed(directory, location.name, target) &&
       renameat(directory, sibling.c_str(), directory, location.name.c_str()) == 0) {
-    return Flush(file) && Flush(location.directory);  // vfat keeps the name with the file
+    return Flush(location.directory) && Flush(file);  // vfat keeps the name with the file
   }
   const int error = errno;
   if (IsNamed(directory, sibling, file)) unlinkat(directory, sibling.c_str(), 0);
