@@ -129,7 +129,7 @@ def test_flushes_the_content_before_it_has_the_name(traced, old, mode, steps):
 def test_content_that_is_there_is_not_written_again(traced):
     for _ in range(2):
         save_schema(traced, NEW_SCHEMA)
-    calls = traced.read("trace")
+    _, calls = traced.read("trace").split("O_DIRECTORY", 1)
     assert calls.count("utimensat(") == 2
     assert not any(name in calls for name in ("O_EXCL", "ftruncate(", "fsync("))
 
