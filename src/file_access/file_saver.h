@@ -20,14 +20,14 @@ class IFileSaver {
   ///
   /// A regular file that holds `content` already only gets the time of this save. Otherwise a
   /// sibling is written, flushed (fsync(2)) and renamed over the file, and the directory is
-  /// flushed: once `Save` returns, the file stands a power cut, and at any moment before, it holds
-  /// what it held or `content`, whole. After a failure it holds what it held. A new file is created
-  /// with mode 0666 less the umask; an existing one keeps its mode and owner. A symbolic link
-  /// stays, and the file that it names is the one replaced or created.
+  /// flushed: once `Save` returns, `content` withstands a power cut, and at any moment before, the
+  /// file holds what it held or `content`, whole. After a failure it holds what it held. A new file
+  /// is created with mode 0666 less the umask; an existing one keeps its mode and owner. A symbolic
+  /// link stays, and the file that it names is the one replaced or created.
   ///
   /// The sibling of NAME is ".NAME.new", cut to 255 bytes. Only a power cut or a kill leaves it
   /// behind, and the next save of the file removes it, unless it is being written: then it is
-  /// locked (flock(2)), and waited for, up to 10 s.
+  /// locked (flock(2)), and waited for, up to 10 s, before it is removed.
   ///
   /// Where a replacement would lose what the file is, or is not permitted, the file is written in
   /// place, and a failure midway leaves it cut short: special files, open files named through
