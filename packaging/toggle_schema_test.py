@@ -10,6 +10,7 @@ ROOT = pathlib.Path(__file__).parents[1]
 SCHEMA = json.loads((ROOT / "packaging/toggle_schema.json").read_text())
 TOGGLE = {"key": "A", "value": "1", "options": ["2"], "description": "d"}
 
+
 def faults(document):
     """What jsonschema(1) says of each fault, and where it is."""
     validator = jsonschema.Draft202012Validator(SCHEMA)

@@ -40,6 +40,7 @@ struct Location {
       const size_t start_of_name = path.rfind('/') + 1;
       const std::string parent = start_of_name == 0 ? "." : path.substr(0, start_of_name);
       name = path.substr(start_of_name);
+      sibling = "." + name.substr(0, NAME_MAX - 5) + ".new";
       directory.Reset(openat(directory.Get(), parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
       if (!directory.IsOpen()) return;
       const ssize_t length = readlinkat(directory.Get(), name.c_str(), link.data(), link.size());
@@ -54,6 +55,7 @@ struct Location {
 
   FileDescriptor directory{AT_FDCWD};
   std::string name;
+  std::string sibling;  // what the new content of the name is written to
 };
 
 // The steps of a save: each is true, or else false with the reason in errno.
@@ -132,28 +134,27 @@ bool Fill(const FileDescriptor& file, const FileDescriptor& target, const struct
          fchmod(file.Get(), former.st_mode & 07777) == 0 && Flush(file);
 }
 
-bool Replace(const Location& location, const std::string& sibling, const FileDescriptor& target,
-             const struct stat& former, const std::string& content) {
+bool Replace(const Location& location, const FileDescriptor& target, const struct stat& former,
+             const std::string& content) {
   const int directory = location.directory.Get();
   const mode_t mode = target.IsOpen() ? 0600 : 0666;
   const int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
-  const FileDescriptor file(openat(directory, sibling.c_str(), flags, mode));
+  const FileDescriptor file(openat(directory, location.sibling.c_str(), flags, mode));
   if (!file.IsOpen()) return false;
   if (flock(file.Get(), LOCK_EX | LOCK_NB) == 0 && Fill(file, target, former, content) &&
-      IsNamed(directory, sibling, file) && IsNamed(directory, location.name, target) &&
-      renameat(directory, sibling.c_str(), directory, location.name.c_str()) == 0) {
+      IsNamed(directory, location.sibling, file) && IsNamed(directory, location.name, target) &&
+      renameat(directory, location.sibling.c_str(), directory, location.name.c_str()) == 0) {
     return Flush(location.directory) && Flush(file);  // vfat keeps the name with the file
   }
   const int error = errno;
-  if (IsNamed(directory, sibling, file)) unlinkat(directory, sibling.c_str(), 0);
+  if (IsNamed(directory, location.sibling, file)) unlinkat(directory, location.sibling.c_str(), 0);
   return Fail(error);
 }
 
 bool TrySave(const std::string& path, const std::string& content) {
   const Location location(path);
-  const std::string sibling = "." + location.name.substr(0, NAME_MAX - 5) + ".new";
-  const int directory = location.directory.Get();
-  const bool has_place = location.directory.IsOpen() && RemoveLeftOver(directory, sibling);
+  const bool has_place =
+      location.directory.IsOpen() && RemoveLeftOver(location.directory.Get(), location.sibling);
   if (!has_place && EndsAttempt(errno)) return false;
 
   // Opened even where it will be replaced: a file that may not be written must stay as it is.
@@ -164,7 +165,7 @@ bool TrySave(const std::string& path, const std::string& content) {
   if (Holds(path, former, content) && futimens(target.Get(), nullptr) == 0) return true;
   const bool is_file = S_ISREG(former.st_mode);
   if (has_place && (!exists || (is_file && former.st_nlink <= 1))) {
-    if (Replace(location, sibling, target, former, content)) return true;
+    if (Replace(location, target, former, content)) return true;
     if (EndsAttempt(errno)) return false;
   }
   if (!exists) target.Reset(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));

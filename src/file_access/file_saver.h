@@ -7,7 +7,8 @@
 namespace file_utils {
 
 /// Replaces whole files. Keeps nothing between calls; may be used from any thread. Of two saves of
-/// one file at the same time, in one process or two, one waits for the other.
+/// one file at the same time, in one process or two, one waits for the other; not if the file is
+/// written in place.
 class IFileSaver {
  public:
   IFileSaver() = default;
@@ -21,9 +22,10 @@ class IFileSaver {
   /// A regular file that holds `content` already only gets the time of this save. Otherwise a
   /// sibling is written, flushed (fsync(2)) and renamed over the file, and the directory is
   /// flushed: once `Save` returns, `content` withstands a power cut, and at any moment before, the
-  /// file holds what it held or `content`, whole. After a failure it holds what it held. A new file
-  /// is created with mode 0666 less the umask; an existing one keeps its mode and owner. A symbolic
-  /// link stays, and the file that it names is the one replaced or created.
+  /// file holds what it held or `content`, whole. After a failure it holds what it held, or, if its
+  /// name is what could not be flushed, `content`. A new file is created with mode 0666 less the
+  /// umask; an existing one keeps its mode and owner. A symbolic link stays, and the file that it
+  /// names is the one replaced or created.
   ///
   /// The sibling of NAME is ".NAME.new", cut to 255 bytes. Only a power cut or a kill leaves it
   /// behind, and the next save of the file removes it, unless it is being written: then it is
