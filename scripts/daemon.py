@@ -83,6 +83,7 @@ def wait_until_listening(host, port):
         with contextlib.suppress(ConnectionRefusedError), socket.create_connection((host, port)):
             return
         time.sleep(0.02)
+    raise TimeoutError(f"nothing listens on {host}, port {port}")
 
 
 def stop_listening(process):

@@ -7,6 +7,7 @@
 #include "app/export_script.h"
 #include "app/heap.h"
 #include "app/settings.h"
+#include "file_access/directory_lock.h"
 #include "file_access/file_loader.h"
 #include "file_access/file_saver.h"
 #include "http_service/feature_toggle_http.h"
@@ -31,7 +32,8 @@ int main(int argc, char** argv) {
     return app.exit(e);
   }
 
-  // Load.
+  // Load. Of two runs, the second waits until the first has saved.
+  file_utils::DirectoryLock lock(settings.secondary_schema_path);
   const auto parse_into = [](ToggleSchema& target) {
     return [&target](const std::string& text) { target = ParseToggleSchema(text); };
   };
@@ -66,6 +68,7 @@ int main(int argc, char** argv) {
   const std::string export_script = RenderExportScript(EffectiveValues(primary, secondary));
   if (settings.list) std::cout << export_script << '\n' << std::flush;
   saver.Save(settings.output_path, export_script, nullptr);
+  lock.Release();
 
   // Serve.
   if (serve) {

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <string>
 
 namespace file_utils {
 
@@ -29,5 +31,13 @@ class FileDescriptor {
  private:
   int fd_;
 };
+
+/// Opens the directory of the file at `path`, which starts at the directory `start` if it is
+/// relative. The caller owns the result; -1 tells of a failure, with the reason in errno.
+inline int OpenDirectoryOf(const std::string& path, int start = AT_FDCWD) {
+  const std::string directory = path.substr(0, path.rfind('/') + 1);
+  const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+  return openat(start, directory.empty() ? "." : directory.c_str(), flags);
+}
 
 }  // namespace file_utils

@@ -10,6 +10,7 @@
 #include <thread>
 #include <utility>
 
+#include "file_access/directory_lock.h"
 #include "file_access/file_saver.h"
 #include "http_service/configuration_page.h"
 #include "toggle_schema/schema_json.h"
@@ -103,6 +104,8 @@ void FeatureToggleHTTPImpl::Update(const httplib::Request& request, httplib::Res
     SetToggle(*changed, key, value);
   }
   if (changed) {
+    // Not while a run, which has read the file, is about to save it.
+    const file_utils::DirectoryLock directory_lock(secondary_schema_path_);
     // Saved before it counts: an exception (memory) leaves document and file as they are. After a
     // failed save it does count, and the next change saves it too.
     file_utils::FileSaver().Save(secondary_schema_path_, SerializeToggleSchema(*changed), nullptr);

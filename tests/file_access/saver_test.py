@@ -86,7 +86,7 @@ def trace_save(daemon, old):
     calls = daemon.read("trace").splitlines()
     names = [call.split("(")[0] for call in calls]
     faults = [f"inject={name}:when={names[:i + 1].count(name)}:" for i, name in enumerate(names)]
-    start, end = (i for i, call in enumerate(calls) if "O_DIRECTORY" in call)
+    _, start, end = (i for i, call in enumerate(calls) if "O_DIRECTORY" in call)  # first: the lock
     return calls[start:end], faults[start:end]
 
 
@@ -137,7 +137,7 @@ def test_content_that_is_there_is_not_written_again(traced):
 @pytest.mark.parametrize("meanwhile, saved, mode", [
     ("chmod 600 other; mv other secondary", NEW_SCHEMA, 0o600),
     ("rm secondary", NEW_SCHEMA, 0o640),
-    ('"$1" --entry A 3', schema("", A="3"), 0o644),  # waits for the save that is under way
+    ('"$1" --entry A 3', schema("", A="3"), 0o644),  # waits for the run that is under way
 ])
 def test_another_change_during_a_save(traced, meanwhile, saved, mode):
     traced.write(dict(secondary=OLD_SCHEMA, other=OLD))
@@ -148,3 +148,10 @@ def test_another_change_during_a_save(traced, meanwhile, saved, mode):
     assert traced.read("secondary") == saved
     assert (traced.dir / "secondary").stat().st_mode & 0o777 == mode
     assert not left_overs(traced)
+
+
+def test_runs_side_by_side_keep_each_others_changes(daemon):
+    in_parallel = 'for key in A B C D E F G H I J; do "$@" --entry $key 1 & done; wait'
+    daemon.run(under=["sh", "-c", in_parallel, "sh"])
+    assert daemon.read("secondary") == schema("", **dict.fromkeys("ABCDEFGHIJ", "1"))
+    assert daemon.read("script") == "".join(f"export {key}=1\n" for key in "ABCDEFGHIJ")
