@@ -12,7 +12,8 @@ def pytest_addoption(parser):
 
 @pytest.fixture
 def daemon(request, tmp_path):
-    return Daemon(shlex.split(request.config.getoption("--command")), tmp_path)
+    yield Daemon(shlex.split(request.config.getoption("--command")), tmp_path)
+    assert not list(tmp_path.rglob(".*.new")), "a save has left what it wrote"
 
 
 @pytest.fixture

@@ -1,13 +1,14 @@
 #include "file_access/file_saver.h"
 
 #include <fcntl.h>
+#include <linux/limits.h>
 #include <linux/magic.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
@@ -20,14 +21,12 @@
 namespace file_utils {
 namespace {
 
-// Whether something came first, such as another save. The attempt is then repeated.
-bool CameSecond(int error) { return error == EEXIST || error == EWOULDBLOCK || error == ESTALE; }
-
-// Whether a failed step ends the attempt, with the old content kept: writing in place may fail as
-// well, and the old content would be gone. Any other error tells of a rule of the place.
-bool EndsAttempt(int error) {
-  return CameSecond(error) || error == EDQUOT || error == EFBIG || error == EIO ||
-         error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOSPC;
+// Whether an error tells that a replacement is not to be had in this place. The file is then
+// written in place. After any other error it is left alone: writing to it may fail as well.
+bool IsRuleOfPlace(int error) {
+  const auto rules = {EACCES, EBUSY,   EINVAL, EISDIR, ELOOP, ENAMETOOLONG,
+                      ENOSYS, ENOTSUP, EPERM,  EROFS,  EXDEV};
+  return std::find(rules.begin(), rules.end(), error) != rules.end();
 }
 
 // Where a path leads once the links that its name may be are followed: a directory, which is held
@@ -36,12 +35,10 @@ bool EndsAttempt(int error) {
 struct Location {
   explicit Location(std::string path) {
     std::array<char, PATH_MAX> link;
-    for (int links = 0; links < 40; ++links) {  // the kernel's own bound
-      const size_t start_of_name = path.rfind('/') + 1;
-      const std::string parent = start_of_name == 0 ? "." : path.substr(0, start_of_name);
-      name = path.substr(start_of_name);
+    for (int links = 0; links <= 40; ++links) {  // as many as the kernel follows
+      name = path.substr(path.rfind('/') + 1);
       sibling = "." + name.substr(0, NAME_MAX - 5) + ".new";
-      directory.Reset(openat(directory.Get(), parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+      directory.Reset(OpenDirectoryOf(path, directory.Get()));
       if (!directory.IsOpen()) return;
       const ssize_t length = readlinkat(directory.Get(), name.c_str(), link.data(), link.size());
       if (length < 0) return;
@@ -75,17 +72,9 @@ bool IsNamed(int directory, const std::string& name, const FileDescriptor& file)
   return (named.st_dev == opened.st_dev && named.st_ino == opened.st_ino) || Fail(ESTALE);
 }
 
-// Removes the sibling that a power cut or a kill left. One that is being written is locked, and
-// waited for: at most 10 s, since anyone who may read it can lock it too.
-bool RemoveLeftOver(int directory, const std::string& sibling) {
-  const int flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-  const FileDescriptor file(openat(directory, sibling.c_str(), flags));
-  if (!file.IsOpen()) return errno == ENOENT;
-  for (int waits = 0; waits < 1000; ++waits) {
-    if (flock(file.Get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) break;
-    usleep(10'000);
-  }
-  return !IsNamed(directory, sibling, file) || unlinkat(directory, sibling.c_str(), 0) == 0;
+// Removes what has the sibling's name, whatever it is, but for a directory.
+bool RemoveLeftOver(const Location& location) {
+  return unlinkat(location.directory.Get(), location.sibling.c_str(), 0) == 0 || errno == ENOENT;
 }
 
 // Whether the file at `path` holds the content already. It is not read if its size tells.
@@ -108,15 +97,18 @@ bool Write(const FileDescriptor& file, const std::string& content) {
   return true;
 }
 
-// EINVAL and EROFS tell that a special file has nothing to flush.
+// What is no regular file may have nothing to flush, which EINVAL tells.
 bool Flush(const FileDescriptor& file) {
-  return fsync(file.Get()) == 0 || errno == EINVAL || errno == EROFS || Fail(EIO);
+  if (fsync(file.Get()) == 0) return true;
+  struct stat status = {};
+  const bool may_be_special = errno == EINVAL && fstat(file.Get(), &status) == 0;
+  return (may_be_special && !S_ISREG(status.st_mode)) || Fail(EIO);
 }
 
 // Access control lists and other attributes, which a new file would lack or have inherited. The
 // labels of security modules do not count: the kernel gives each file its own.
 bool HasNoAttributes(const FileDescriptor& file) {
-  std::array<char, 4096> names;
+  std::array<char, XATTR_LIST_MAX> names;
   const ssize_t length = flistxattr(file.Get(), names.data(), names.size());
   if (length < 0) return errno == ENOTSUP || errno == ENOSYS;
   for (size_t i = 0; i < static_cast<size_t>(length); i += std::strlen(&names[i]) + 1) {
@@ -125,13 +117,21 @@ bool HasNoAttributes(const FileDescriptor& file) {
   return true;
 }
 
+// Gives the new file the owner and the mode of the target, where it has others.
+bool TakeOver(const FileDescriptor& file, const struct stat& former) {
+  struct stat status = {};
+  if (fstat(file.Get(), &status) != 0) return false;
+  const bool is_owned = status.st_uid == former.st_uid && status.st_gid == former.st_gid;
+  if (!is_owned && fchown(file.Get(), former.st_uid, former.st_gid) != 0) return false;
+  return status.st_mode == former.st_mode || fchmod(file.Get(), former.st_mode & 07777) == 0;
+}
+
 // Makes the new file all that the target shall be; `former` is what the target is, if it is open.
 bool Fill(const FileDescriptor& file, const FileDescriptor& target, const struct stat& former,
           const std::string& content) {
   if (!target.IsOpen()) return Write(file, content) && Flush(file);
   return HasNoAttributes(target) && HasNoAttributes(file) && Write(file, content) &&
-         fchown(file.Get(), former.st_uid, former.st_gid) == 0 &&  // clears set-user-ID bits
-         fchmod(file.Get(), former.st_mode & 07777) == 0 && Flush(file);
+         TakeOver(file, former) && Flush(file);
 }
 
 bool Replace(const Location& location, const FileDescriptor& target, const struct stat& former,
@@ -141,8 +141,8 @@ bool Replace(const Location& location, const FileDescriptor& target, const struc
   const int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
   const FileDescriptor file(openat(directory, location.sibling.c_str(), flags, mode));
   if (!file.IsOpen()) return false;
-  if (flock(file.Get(), LOCK_EX | LOCK_NB) == 0 && Fill(file, target, former, content) &&
-      IsNamed(directory, location.sibling, file) && IsNamed(directory, location.name, target) &&
+  if (Fill(file, target, former, content) && IsNamed(directory, location.sibling, file) &&
+      IsNamed(directory, location.name, target) &&
       renameat(directory, location.sibling.c_str(), directory, location.name.c_str()) == 0) {
     return Flush(location.directory) && Flush(file);  // vfat keeps the name with the file
   }
@@ -153,9 +153,8 @@ bool Replace(const Location& location, const FileDescriptor& target, const struc
 
 bool TrySave(const std::string& path, const std::string& content) {
   const Location location(path);
-  const bool has_place =
-      location.directory.IsOpen() && RemoveLeftOver(location.directory.Get(), location.sibling);
-  if (!has_place && EndsAttempt(errno)) return false;
+  const bool has_place = location.directory.IsOpen() && RemoveLeftOver(location);
+  if (!has_place && !IsRuleOfPlace(errno)) return false;
 
   // Opened even where it will be replaced: a file that may not be written must stay as it is.
   FileDescriptor target(open(path.c_str(), O_WRONLY | O_CLOEXEC));
@@ -166,7 +165,7 @@ bool TrySave(const std::string& path, const std::string& content) {
   const bool is_file = S_ISREG(former.st_mode);
   if (has_place && (!exists || (is_file && former.st_nlink <= 1))) {
     if (Replace(location, target, former, content)) return true;
-    if (EndsAttempt(errno)) return false;
+    if (!IsRuleOfPlace(errno)) return false;
   }
   if (!exists) target.Reset(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
   if (is_file && ftruncate(target.Get(), 0) != 0) return false;
@@ -181,9 +180,9 @@ class FileSaverImpl : public IFileSaver {
             std::function<void(const std::string&)> on_error) override {
     bool saved = false;
     try {
-      for (int attempts = 0; !saved && attempts < 100; ++attempts) {
+      for (int attempts = 0; !saved && attempts < 5; ++attempts) {
         saved = TrySave(path, content);
-        if (!CameSecond(errno)) break;
+        if (errno != EEXIST && errno != ESTALE) break;  // no other save or change came first
       }
     } catch (...) {
       saved = false;  // memory ran out before anything was written
