@@ -19,22 +19,22 @@ class IFileSaver {
   /// Makes the file at `path` hold exactly `content`, or hands "Error writing file." to `on_error`
   /// (unless that is empty), on the calling thread. Raises nothing but what `on_error` raises.
   ///
-  /// Except where the file is written in place (below), a sibling is written, flushed (fsync(2)) and
-  /// renamed over it, and the directory is flushed: at any moment the file holds what it held or
-  /// `content`, whole, and once `Save` returns, `content` withstands a power cut. After a failure it
-  /// holds what it held, or, if its name is what could not be flushed, `content`. A symbolic link
-  /// stays, and the file that it names is the one replaced or created.
+  /// Except where the file is written in place (below), a sibling is written, flushed (fsync(2)),
+  /// and renamed over it, and the directory is flushed: at any moment the file holds what it held,
+  /// or `content`, whole. Once `Save` has succeeded, `content` withstands a power cut; once it has
+  /// failed, the file holds what it held, or, if its name could not be flushed, `content`. A
+  /// symbolic link stays, and the file that it names is the one replaced or created.
   ///
   /// A new file is created with mode 0666 less the umask; an existing one keeps its owner and mode.
   /// Not carried over are its inode flags (chattr(1)), security labels set by hand, and what the
   /// process lacks the capabilities for: a set-group-ID bit, attributes in "trusted.".
   ///
-  /// A regular file that holds `content` already only gets the time of this save. It is not flushed:
-  /// whoever wrote it has to see to that.
+  /// A regular file that holds `content` already only gets the time of this save. It is not
+  /// flushed: whoever wrote it has to see to that.
   ///
   /// The sibling of NAME is ".NAME.new", cut to 255 bytes; what has that name is removed first. A
-  /// power cut or a kill leaves it until the next save of the file, and it stays in a directory that
-  /// can only be appended to.
+  /// power cut or a kill leaves it until the next save of the file, and it stays in a directory
+  /// that can only be appended to.
   ///
   /// Written in place, so that a failure midway leaves it cut short, is what a replacement would
   /// harm, or what cannot be replaced: special files, open files named through /proc, files with
