@@ -4,15 +4,22 @@
 #
 ################################################################################
 
+FEATURE_TOGGLED_VERSION = 0.1.0
 FEATURE_TOGGLED_SITE = $(realpath $(BR2_EXTERNAL_FEATURE_TOGGLE_PATH)/../..)
 FEATURE_TOGGLED_SITE_METHOD = local
 FEATURE_TOGGLED_OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS = --exclude /build
 FEATURE_TOGGLED_LICENSE = MIT
 FEATURE_TOGGLED_LICENSE_FILES = LICENSE
 FEATURE_TOGGLED_DEPENDENCIES = cli11 cpp-httplib rapidjson
-FEATURE_TOGGLED_CONF_OPTS = -DCMAKE_INSTALL_SYSCONFDIR=/etc
+FEATURE_TOGGLED_CONF_OPTS = \
+	-DCMAKE_INSTALL_SYSCONFDIR=/etc \
+	-DSYSTEMD_UNIT_DIR=$(if $(BR2_INIT_SYSTEMD),/usr/lib/systemd/system)
 
-# The unit is there whatever the init system is: CMake installs it.
+# A dependency in Config.in would be recursive.
+ifeq ($(BR_BUILDING)$(BR2_PACKAGE_FEATURE_TOGGLED)$(BR2_PACKAGE_CPP_HTTPLIB_COMPILE),yyy)
+$(error feature-toggled needs cpp-httplib header-only: unset BR2_PACKAGE_CPP_HTTPLIB_COMPILE)
+endif
+
 define FEATURE_TOGGLED_INSTALL_INIT_SYSV
 	$(INSTALL) -D -m 0755 $(@D)/packaging/feature_toggled.init \
 		$(TARGET_DIR)/etc/init.d/S20feature_toggled
