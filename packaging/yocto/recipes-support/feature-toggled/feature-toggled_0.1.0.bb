@@ -2,9 +2,13 @@ SUMMARY = "Device's feature toggles, kept and published as a shell script"
 LICENSE = "MIT"
 LIC_FILES_CHKSUM = "file://LICENSE;md5=6d1fd46c44060c5477b8d2d5a565b0e0"
 
+# What is built, from the tree that this layer is part of.
+FILESEXTRAPATHS:prepend := "${THISDIR}/../../../..:"
+SRC_URI = "file://CMakeLists.txt;subdir=${BP} file://LICENSE;subdir=${BP} \
+           file://examples;subdir=${BP} file://packaging;subdir=${BP} file://src;subdir=${BP}"
+
 DEPENDS = "cli11 cpp-httplib rapidjson"
-inherit externalsrc cmake systemd update-rc.d
-EXTERNALSRC := "${@os.path.realpath('${THISDIR}/../../../..')}"
+inherit cmake systemd update-rc.d
 EXTRA_OECMAKE = "-DBUILD_TESTING=OFF -DSYSTEMD_UNIT_DIR=${systemd_system_unitdir}"
 
 do_install:append() {
@@ -12,6 +16,7 @@ do_install:append() {
 }
 
 FILES:${PN} += "${datadir}/feature_toggled"
+CONFFILES:${PN} = "${sysconfdir}/default/feature_toggled"
 SYSTEMD_SERVICE:${PN} = "feature_toggled.service"
 INITSCRIPT_NAME = "feature_toggled"
 INITSCRIPT_PARAMS = "defaults 20"
