@@ -10,6 +10,7 @@ import sys
 import time
 
 SECONDS = 20  # the deadline of every wait
+os.umask(0o022)  # that of a login may be another, and tests tell modes
 
 
 def path_with_stand_in(directory):
