@@ -3,22 +3,22 @@ import os
 import pathlib
 import shutil
 
-from conftest import daemon  # the fixture is used by its name
-from daemon import send
+from daemon import Daemon, send
 
+EXECUTABLE = pathlib.Path(__file__).parents[1] / "build/static/feature_toggled"
 HAS_IPV6 = pathlib.Path("/proc/net/if_inet6").exists()
 
 
-def test_runs_in_an_empty_root(daemon):
-    root = daemon.dir / "root"
+def test_runs_in_an_empty_root(tmp_path):
+    root = tmp_path / "root"
     (root / "etc").mkdir(parents=True)
     (root / "etc/hosts").write_text("127.0.0.1 localhost\n")
     (root / "etc/nsswitch.conf").write_text("hosts: module_of_another_library\n")
-    shutil.copy(daemon.command[0], root / "feature_toggled")
+    shutil.copy(EXECUTABLE, root)
     (root / "primary").write_text('{"variables":[{"key":"A","value":"1"}]}')
-    daemon.env = {name: value.replace(str(daemon.dir), "") for name, value in daemon.env.items()}
-    daemon.command = ["unshare", *(["--map-root-user"] if os.geteuid() else []), f"--root={root}",
-                      "/feature_toggled"]
+    daemon = Daemon(["unshare", *(["--map-root-user"] if os.geteuid() else []), f"--root={root}",
+                     "/feature_toggled"], tmp_path)
+    daemon.env = {name: value.replace(str(tmp_path), "") for name, value in daemon.env.items()}
 
     assert daemon.run("--list").stdout == "export A=1\n\n"
     assert (root / "script").read_text() == "export A=1\n"
