@@ -1,0 +1,74 @@
+"""The page in a real browser: what it shows, and what the daemon keeps. Run by scripts/browser."""
+import json
+import pathlib
+
+from daemon import Daemon, send
+from selenium import webdriver
+from selenium.webdriver.chrome.service import Service
+from selenium.webdriver.common.by import By
+from selenium.webdriver.support.expected_conditions import staleness_of
+from selenium.webdriver.support.wait import WebDriverWait
+
+ROOT = pathlib.Path(__file__).parents[1]
+SCHEMA = (ROOT / "examples/primary_feature_toggle.conf").read_text(encoding="utf-8")
+TOGGLES = {toggle["key"]: toggle["value"] for toggle in json.loads(SCHEMA)["variables"]}
+ODD = dict(zip(sorted(TOGGLES), ["<&>\"'", " two words", "Größe"]))
+
+
+def open_browser(directory):
+    options = webdriver.ChromeOptions()
+    for argument in ("headless", "no-sandbox", "hide-scrollbars", "disable-dev-shm-usage",
+                     "disable-background-networking", f"user-data-dir={directory}/browser"):
+        options.add_argument(argument)
+    # The page names no encoding: Chromium takes ASCII for windows-1252, and anything else for this.
+    options.add_experimental_option("prefs", {"intl.charset_default": "UTF-8"})
+    browser = webdriver.Chrome(options=options, service=Service("/usr/bin/chromedriver"))
+    browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {  # to hold what is to be shown
+        "width": 420, "height": 148, "deviceScaleFactor": 2, "mobile": False})
+    return browser
+
+
+def fill_in(browser, values):
+    for name, value in values.items():
+        field = browser.find_element(By.NAME, name)
+        field.clear()
+        field.send_keys(value)
+
+
+def press(browser, button):
+    button = browser.find_element(By.CSS_SELECTOR, f"[type=submit][value={button}]")
+    button.click()
+    WebDriverWait(browser, 20).until(staleness_of(button))
+
+
+def check_page(browser, picture, values):
+    inputs = browser.find_elements(By.TAG_NAME, "input")
+    shown = [(input.get_property("name"), input.get_property("value"))
+             for input in inputs if input.is_displayed()]
+    assert shown == sorted(values.items()) + [("", "Submit"), ("", "Reboot")]
+    assert browser.save_screenshot(f"{ROOT}/build/browser/{picture}.png")
+
+
+def test_page(tmp_path):
+    daemon = Daemon([ROOT / "build/release/feature_toggled"], tmp_path)
+    with daemon.serve(primary=SCHEMA) as port, open_browser(tmp_path) as browser:
+        browser.get(f"http://127.0.0.1:{port}/")
+        check_page(browser, "page", TOGGLES)
+
+        send(port, "/update", "DEMO_THEME=gr%C3%BCn")
+        browser.refresh()
+        check_page(browser, "changed", {**TOGGLES, "DEMO_THEME": "grün"})
+        fill_in(browser, ODD)
+        press(browser, "Submit")
+        check_page(browser, "submitted", ODD)
+        saved = json.loads(daemon.read("secondary"))["variables"]
+        assert {toggle["key"]: toggle["value"] for toggle in saved} == ODD
+
+        (tmp_path / "secondary").unlink()  # what is posted as it was shown changes nothing
+        press(browser, "Submit")
+        check_page(browser, "submitted", ODD)
+        fill_in(browser, TOGGLES)  # nor does what is not submitted
+        press(browser, "Reboot")
+        assert "Rebooting the core to take effect" in browser.page_source
+        assert daemon.read("rebooted") == "once\n"
+        assert daemon.read("secondary") is None
