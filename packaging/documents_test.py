@@ -47,6 +47,18 @@ def test_options():
     assert options == re.findall(r"^\.It Fl (?:(.) , Fl )?-(\w+)", MANUAL, re.MULTILINE)
 
 
+@pytest.mark.parametrize("path, pattern", [
+    ("CMakeLists.txt", r"^project\(.* VERSION (\S+)"),
+    ("CHANGELOG.md", r"^## (\S+),"),
+    ("debian/changelog", r"\((\S+)-1\)"),
+    ("packaging/buildroot/package/feature-toggled/feature-toggled.mk", r"_VERSION = (\S+)"),
+])
+def test_version(path, pattern):
+    recipe, = ROOT.glob("packaging/yocto/*/*/feature-toggled_*.bb")
+    version = re.search(pattern, (ROOT / path).read_text(), re.MULTILINE)[1]
+    assert recipe.stem == f"feature-toggled_{version}"
+
+
 def test_five_minutes(tmp_path):
     """The README's "sh" blocks, run in one shell, print the "text" block after them, if any."""
     guide = (ROOT / "README.md").read_text().partition("\n## Five minutes")[2].partition("\n## ")[0]
