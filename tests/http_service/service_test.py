@@ -4,7 +4,6 @@ import fcntl
 import http.client
 import os
 import re
-import socket
 import threading
 
 import pytest
