@@ -51,6 +51,7 @@ def test_options():
     ("CMakeLists.txt", r"^project\(.* VERSION (\S+)"),
     ("CHANGELOG.md", r"^## (\S+),"),
     ("debian/changelog", r"\((\S+)-1\)"),
+    ("debian/changelog", r"Release (\S+):"),
     ("packaging/buildroot/package/feature-toggled/feature-toggled.mk", r"_VERSION = (\S+)"),
 ])
 def test_version(path, pattern):
