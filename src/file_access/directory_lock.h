@@ -8,8 +8,8 @@ namespace file_utils {
 
 /// Keeps those apart who read files and save what they made of them, in one process or several: of
 /// two, the second reads what the first has saved. A lock on the directory (flock(2)), held until
-/// it is released or destroyed, or its process ends. It takes part who asks for it: a file can be
-/// read and saved without.
+/// it is released or destroyed, or its process ends. It binds only those who ask for it: a file can
+/// be read and saved without.
 class DirectoryLock {
  public:
   /// Locks the directory of the file at `path`. Waits for whoever has the lock, but for some 10 s
