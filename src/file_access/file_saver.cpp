@@ -1,7 +1,6 @@
 #include "file_access/file_saver.h"
 
 #include <fcntl.h>
-#include <linux/limits.h>
 #include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
@@ -108,8 +107,9 @@ bool Flush(const FileDescriptor& file) {
 // Access control lists and other attributes, which a new file would lack or have inherited. The
 // labels of security modules do not count: the kernel gives each file its own.
 bool HasNoAttributes(const FileDescriptor& file) {
-  std::array<char, XATTR_LIST_MAX> names;
+  std::array<char, 4096> names;
   const ssize_t length = flistxattr(file.Get(), names.data(), names.size());
+  if (length < 0 && errno == ERANGE) return Fail(ENOTSUP);  // there are more
   if (length < 0) return errno == ENOTSUP || errno == ENOSYS;
   for (size_t i = 0; i < static_cast<size_t>(length); i += std::strlen(&names[i]) + 1) {
     if (std::strncmp(&names[i], "security.", 9) != 0) return Fail(ENOTSUP);
