@@ -2,6 +2,7 @@
 import collections
 import dataclasses
 import os
+import re
 import subprocess
 
 import pytest
@@ -119,17 +120,17 @@ def test_each_fault_leaves_the_old_file_or_the_new_one(traced, old, left, in_pla
 
 
 @pytest.mark.parametrize("old, steps", [
-    (OLD_SCHEMA, "write fchmod fsync renameat fsync fsync"),  # flushed before it has the name
-    (None, "write fsync renameat fsync fsync"),
-    (NEW_SCHEMA, "utimensat"),  # not written again
+    (OLD_SCHEMA, "write fchmod fsync rename fsync fsync"),  # flushed before it has the name
+    (None, "write fsync rename fsync fsync"),
+    (NEW_SCHEMA, "utime"),  # not written again
 ])
 def test_steps(traced, old, steps):
     calls, _ = trace_save(traced, old)
-    names = [call.split("(")[0] for call in calls]
-    known = ["ftruncate", "write", "fchmod", "fsync", "renameat", "utimensat"]
-    assert [name for name in names if name in known] == steps.split()
-    assert names.count("close") == sum(" = -1" not in call for call in calls if "openat" in call)
-    assert ("O_EXCL|O_CLOEXEC, 0600)" in "".join(calls)) == (old == OLD_SCHEMA)  # stays private
+    sanitizer = r"pipe2.*\nwrite.*\nclose.*\nclose.*\n"  # looks whether memory can be read
+    trace = re.sub(sanitizer, "", "\n".join(calls))
+    assert re.findall(r"(?m)^(ftruncate|write|fchmod|fsync|rename|utime)", trace) == steps.split()
+    assert trace.count("close(") == sum(" = -1" not in call for call in calls if "openat" in call)
+    assert ("O_EXCL|O_CLOEXEC, 0600)" in trace) == (old == OLD_SCHEMA)  # stays private
 
 
 @pytest.mark.parametrize("meanwhile, mode", [
