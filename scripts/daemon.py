@@ -69,7 +69,7 @@ class Daemon:
             process = subprocess.Popen([*self.command, *arguments], env=env,
                                        stdout=printed, stderr=printed)
             try:
-                wait_until_listening(host or "127.0.0.1", port)
+                wait_until(lambda: is_listening(host or "127.0.0.1", port))
                 assert self.read("printed") == prints
                 yield port
                 stop_listening(process)
@@ -79,12 +79,16 @@ class Daemon:
                 assert self.read("printed") == prints, self.read("printed")  # a sanitizer's report
 
 
-def wait_until_listening(host, port):
-    for _ in range(50 * SECONDS):
-        with contextlib.suppress(ConnectionRefusedError), socket.create_connection((host, port)):
-            return
+def wait_until(condition):
+    deadline = time.monotonic() + SECONDS
+    while not condition():
+        assert time.monotonic() < deadline, "nothing came of waiting"
         time.sleep(0.02)
-    raise TimeoutError(f"nothing listens on {host}, port {port}")
+
+
+def is_listening(host, port):
+    with contextlib.suppress(ConnectionRefusedError), socket.create_connection((host, port)):
+        return True
 
 
 def stop_listening(process):
