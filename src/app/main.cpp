@@ -1,6 +1,5 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
-#include <cstdlib>
 #include <iostream>
 #include <string>
 
@@ -14,12 +13,12 @@
 #include "toggle_schema/schema_json.h"
 #include "toggle_schema/toggle_schema.h"
 
-// The start-up sequence. No file failure is reported: an empty callback stands for "go on with what
-// there is".
+// The start-up sequence. File failures are not reported: with an empty error callback, the run goes
+// on with what it has.
 int main(int argc, char** argv) {
   using namespace feature_toggle;
 
-  // A reader of the listing that is gone, or a limit on files, makes a write fail, no more.
+  // A closed pipe or a file-size limit makes the write fail instead of killing the process.
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);
 
@@ -32,7 +31,7 @@ int main(int argc, char** argv) {
     return app.exit(e);
   }
 
-  // Load. Of two runs, the second waits until the first has saved.
+  // Load. The lock keeps concurrent runs apart until both files are saved.
   file_utils::DirectoryLock lock(settings.secondary_schema_path);
   const auto parse_into = [](ToggleSchema& target) {
     return [&target](const std::string& text) { target = ParseToggleSchema(text); };
@@ -54,12 +53,10 @@ int main(int argc, char** argv) {
 
   // Bring up to date.
   if (!build_revision.empty()) secondary.git_revision = build_revision;
-  bool serve = settings.port > 0;
   if (!settings.entry.empty()) {
     const std::string& key = settings.entry[0];
     const std::string& value = settings.entry[1];
     if (!key.empty() && !value.empty()) SetToggle(secondary, key, value);
-    serve = false;
   }
 
   // Save and publish.
@@ -68,16 +65,18 @@ int main(int argc, char** argv) {
   const std::string export_script = RenderExportScript(EffectiveValues(primary, secondary));
   if (settings.list) std::cout << export_script << '\n' << std::flush;
   saver.Save(settings.output_path, export_script, nullptr);
-  lock.Release();
+  lock.Unlock();
 
   // Serve.
+  const bool serve = settings.port > 0 && settings.entry.empty();
   if (serve) {
     FeatureToggleHTTP service(settings.secondary_schema_path);
     service.SetPrimarySchema(primary);
     service.SetSecondarySchema(secondary);
-    primary = secondary = {};  // the service has copies
+    primary = {};  // The service has copies.
+    secondary = {};
     ReturnFreedMemory();
     service.Listen(settings.hostname, settings.port);
   }
-  std::exit(0);  // frees no records: a run with 1,000 toggles takes 5% longer if they are freed
+  return 0;
 }

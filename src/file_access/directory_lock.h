@@ -2,25 +2,26 @@
 
 #include <string>
 
-#include "file_access/file_descriptor.h"
+#include "file_access/location.h"
 
 namespace file_utils {
 
-/// Keeps those apart who read files and save what they made of them, in one process or several: of
-/// two, the second reads what the first has saved. A lock on the directory (flock(2)), held until
-/// it is released or destroyed, or its process ends. It binds only those who ask for it: a file can
-/// be read and saved without.
+/// Serialises read-modify-write cycles on the files of one directory, between threads and between
+/// processes (flock(2)). It binds only those who use it: files can be read and saved without it.
 class DirectoryLock {
  public:
-  /// Locks the directory of the file at `path`. Waits for whoever has the lock, but for some 10 s
-  /// at most, since anyone who may read the directory can have it. Goes on without the lock then,
-  /// and if the directory cannot be read or locked.
+  /// Locks the directory of the file that `path` leads to, until `Unlock` or destruction.
+  ///
+  /// Any user who can read the directory can hold the lock. A wait therefore ends when the file has
+  /// not been modified for 10 s, and after 60 s in all, which is less than systemd allows a start.
+  /// The constructor then goes on without the lock. It does so too if the directory cannot be
+  /// opened or locked.
   explicit DirectoryLock(const std::string& path);
 
-  void Release() { directory_.Reset(-1); }
+  void Unlock() { location_.directory = FileDescriptor(); }
 
  private:
-  FileDescriptor directory_;
+  Location location_;
 };
 
 }  // namespace file_utils

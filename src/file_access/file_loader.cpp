@@ -13,7 +13,7 @@
 namespace file_utils {
 namespace {
 
-// The size is not asked for: it is 0 for files that the kernel makes up, and may change meanwhile.
+// Does not ask for the size: it is 0 for files in /proc, and may change while the file is read.
 std::string ReadToEnd(const FileDescriptor& file) {
   std::string text;
   std::array<char, 65536> buffer;

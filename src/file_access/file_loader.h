@@ -14,14 +14,15 @@ class IFileLoader {
   IFileLoader& operator=(const IFileLoader&) = delete;
   virtual ~IFileLoader() = default;
 
-  /// Hands the bytes of the file at `path` to `on_success`, or a message to `on_error`: "File does
-  /// not exist." if it cannot be opened, "File read error." if reading fails (as for a directory)
-  /// or a callback raises a stream failure, "Unknown error." if anything else is raised. The
-  /// callbacks run on the calling thread, the file is closed before a message is delivered, and
-  /// an empty `on_error` is not called. Nothing at all happens if `on_success` is empty.
+  /// Calls `on_success` with the bytes of the file at `path`, or `on_error` with a message: "File
+  /// does not exist." if the file cannot be opened, "File read error." if reading fails (as for a
+  /// directory) or `on_success` throws a std::ios_base::failure, "Unknown error." if anything else
+  /// is thrown. The callbacks run on the calling thread. The last two messages come after the file
+  /// is closed. An empty `on_error` is not called. If `on_success` is empty, nothing happens at
+  /// all.
   ///
-  /// Nothing is raised but what `on_error` raises; if it does so while it is told that the file
-  /// does not exist, it is called once more, with what that exception amounts to.
+  /// Throws only what `on_error` throws. If `on_error` throws while reporting "File does not
+  /// exist.", that is itself reported to it, as "File read error." or "Unknown error.".
   virtual void Load(const std::string& path, std::function<void(const std::string&)> on_success,
                     std::function<void(const std::string&)> on_error) = 0;
 };

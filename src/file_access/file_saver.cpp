@@ -1,9 +1,7 @@
 #include "file_access/file_saver.h"
 
 #include <fcntl.h>
-#include <linux/magic.h>
 #include <sys/stat.h>
-#include <sys/statfs.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -12,164 +10,216 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <initializer_list>
+#include <optional>
+#include <string_view>
+#include <system_error>
+#include <tuple>
 #include <utility>
 
 #include "file_access/file_descriptor.h"
 #include "file_access/file_loader.h"
+#include "file_access/location.h"
 
 namespace file_utils {
 namespace {
 
-// Whether an error tells that a replacement is not to be had in this place. The file is then
-// written in place. After any other error it is left alone: writing to it may fail as well.
-bool IsRuleOfPlace(int error) {
-  const auto rules = {EACCES, EBUSY,   EINVAL, EISDIR, ELOOP, ENAMETOOLONG,
-                      ENOSYS, ENOTSUP, EPERM,  EROFS,  EXDEV};
-  return std::find(rules.begin(), rules.end(), error) != rules.end();
-}
+constexpr int kMaxAttempts = 5;
+constexpr std::string_view kSiblingPrefix = ".";
+constexpr std::string_view kSiblingSuffix = ".new";
+constexpr int kCreateNew = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
 
-// Where a path leads once the links that its name may be are followed: a directory, which is held
-// open, and a name in it. It is not open, with the reason in errno, if it cannot be, or if the
-// name, or a link that it is, is itself a link in /proc, which only looks like a name.
-struct Location {
-  explicit Location(std::string path) {
-    std::array<char, PATH_MAX> link;
-    for (int links = 0; links <= 40; ++links) {  // as many as the kernel follows
-      name = path.substr(path.rfind('/') + 1);
-      sibling = "." + name.substr(0, NAME_MAX - 5) + ".new";
-      directory.Reset(OpenDirectoryOf(path, directory.Get()));
-      if (!directory.IsOpen()) return;
-      const ssize_t length = readlinkat(directory.Get(), name.c_str(), link.data(), link.size());
-      if (length < 0) return;
-      struct statfs fs;
-      if (fstatfs(directory.Get(), &fs) != 0 || fs.f_type == PROC_SUPER_MAGIC) break;
-      path.assign(link.data(), static_cast<size_t>(length));
-    }
-    directory.Reset(-1);
-    errno = ELOOP;
-  }
+using Status = struct stat;
 
-  FileDescriptor directory{AT_FDCWD};
-  std::string name;
-  std::string sibling;  // what the new content of the name is written to
+// Ends the save. The reason is not reported.
+[[noreturn]] void Fail(int error) { throw std::system_error(error, std::generic_category()); }
+
+enum class Replacement {
+  kDone,
+  kNotPossible,       // for this file, or in this directory: it must be written in place
+  kChangedMeanwhile,  // by another save or a user: the save must start over
 };
 
-// The steps of a save: each is true, or else false with the reason in errno.
+// What an error of a system call means for a replacement. Any other error ends the save: writing in
+// place would probably fail too, and lose the old content.
+Replacement Decide(int error) {
+  const auto is_one_of = [error](std::initializer_list<int> errors) {
+    return std::find(errors.begin(), errors.end(), error) != errors.end();
+  };
+  if (is_one_of({EEXIST, ENOENT, ESTALE})) return Replacement::kChangedMeanwhile;
+  if (!is_one_of({EACCES, EBUSY, EINVAL, EISDIR, ELOOP, ENAMETOOLONG, ENOSYS, ENOTSUP, EPERM, EROFS,
+                  EXDEV})) {
+    Fail(error);
+  }
+  return Replacement::kNotPossible;
+}
 
-bool Fail(int error) {
-  errno = error;
+void Write(const FileDescriptor& file, const std::string& content) {
+  for (size_t written = 0; written < content.size();) {
+    const ssize_t count = write(file.Get(), content.data() + written, content.size() - written);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) Fail(EIO);
+    written += static_cast<size_t>(count);
+  }
+}
+
+Status StatusOf(const FileDescriptor& file) {
+  Status status;
+  if (fstat(file.Get(), &status) != 0) Fail(errno);
+  return status;
+}
+
+void Flush(const FileDescriptor& file) {
+  if (fsync(file.Get()) == 0) return;
+  // Special files have nothing to flush: fsync(2) fails with EINVAL.
+  if (errno != EINVAL || S_ISREG(StatusOf(file).st_mode)) Fail(EIO);
+}
+
+// Whether a replacement would lose, or has inherited, an access control list or another extended
+// attribute. Security labels do not count: the kernel gives each file its own.
+bool HasAttributes(const FileDescriptor& file) {
+  std::array<char, 4096> names;
+  const ssize_t length = flistxattr(file.Get(), names.data(), names.size());
+  if (length < 0 && (errno == ENOTSUP || errno == ENOSYS)) return false;
+  if (length < 0) return errno == ERANGE || Decide(errno) == Replacement::kNotPossible;
+  for (size_t i = 0; i < static_cast<size_t>(length); i += std::strlen(&names[i]) + 1) {
+    if (std::strncmp(&names[i], "security.", 9) != 0) return true;
+  }
   return false;
 }
 
-// Whether the name is that of the open file; or, of a file that is not open, nobody's.
-bool IsNamed(int directory, const std::string& name, const FileDescriptor& file) {
-  struct stat opened = {};
-  struct stat named = {};
-  if (file.IsOpen() && fstat(file.Get(), &opened) != 0) return false;
-  const bool exists = fstatat(directory, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0;
-  if (!exists && errno != ENOENT) return false;
-  return (named.st_dev == opened.st_dev && named.st_ino == opened.st_ino) || Fail(ESTALE);
+// Whether the name still refers to the file of this status, or to nothing if there is no status.
+bool StillNames(const Location& location, const std::string& name,
+                const std::optional<Status>& status) {
+  Status named;
+  if (fstatat(location.directory.Get(), name.c_str(), &named, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (errno != ENOENT) Fail(errno);
+    return !status;
+  }
+  const auto identity = [](const Status& s) {
+    return std::tie(s.st_dev, s.st_ino, s.st_uid, s.st_gid, s.st_mode, s.st_nlink);
+  };
+  return status && identity(*status) == identity(named);
 }
 
-// Removes what has the sibling's name, whatever it is, but for a directory.
-bool RemoveLeftOver(const Location& location) {
-  return unlinkat(location.directory.Get(), location.sibling.c_str(), 0) == 0 || errno == ENOENT;
-}
+// The file to be saved, as it was found: open for writing, with its status, or missing. It is
+// opened even if it will be replaced, because a file that may not be written must stay as it is.
+struct Target {
+  explicit Target(const std::string& path) : file(open(path.c_str(), O_WRONLY | O_CLOEXEC)) {
+    if (!file.IsOpen() && errno != ENOENT) Fail(errno);
+    if (file.IsOpen()) status = StatusOf(file);
+  }
 
-// Whether the file at `path` holds the content already. It is not read if its size tells.
-bool Holds(const std::string& path, const struct stat& status, const std::string& content) {
+  bool IsRegular() const { return status && S_ISREG(status->st_mode); }
+
+  FileDescriptor file;
+  std::optional<Status> status;
+};
+
+// The file that is written beside the target and then renamed over it. If it is not renamed, the
+// destructor removes it. The functions return false on failure, with the reason in errno.
+struct Sibling {
+  explicit Sibling(const Location& place) : location(place), name(kSiblingPrefix) {
+    name.append(location.name, 0, NAME_MAX - kSiblingPrefix.size() - kSiblingSuffix.size());
+    name.append(kSiblingSuffix);
+  }
+  Sibling(const Sibling&) = delete;
+  Sibling& operator=(const Sibling&) = delete;
+  ~Sibling() {
+    if (file.IsOpen() && !is_renamed) RemoveStale();
+  }
+
+  // Removes whatever has the name, except for a directory.
+  bool RemoveStale() const {
+    return unlinkat(location.directory.Get(), name.c_str(), 0) == 0 || errno == ENOENT;
+  }
+
+  bool Create(mode_t mode) {
+    file = FileDescriptor(openat(location.directory.Get(), name.c_str(), kCreateNew, mode));
+    return file.IsOpen();
+  }
+
+  bool RenameOverTarget() {
+    const int directory = location.directory.Get();
+    is_renamed = renameat(directory, name.c_str(), directory, location.name.c_str()) == 0;
+    return is_renamed;
+  }
+
+  const Location& location;
+  std::string name;
+  FileDescriptor file;
+  bool is_renamed = false;
+};
+
+// Whether the file holds the content already. Compares the sizes first, to avoid reading.
+bool HoldsAlready(const Target& target, const std::string& path, const std::string& content) {
   bool holds = false;
-  if (S_ISREG(status.st_mode) && static_cast<size_t>(status.st_size) == content.size()) {
+  if (target.IsRegular() && static_cast<size_t>(target.status->st_size) == content.size()) {
     const auto compare = [&](const std::string& text) { holds = text == content; };
     FileLoader().Load(path, compare, nullptr);
   }
   return holds;
 }
 
-bool Write(const FileDescriptor& file, const std::string& content) {
-  for (size_t written = 0; written < content.size();) {
-    const ssize_t count = write(file.Get(), content.data() + written, content.size() - written);
-    if (count > 0) written += static_cast<size_t>(count);
-    // Whatever it was: the same content would fail in place too.
-    if (count == 0 || (count < 0 && errno != EINTR)) return Fail(EIO);
+// Returns false on failure, with the reason in errno.
+bool CopyOwnerAndMode(const Status& from, const FileDescriptor& to) {
+  const Status status = StatusOf(to);
+  const bool has_owner = status.st_uid == from.st_uid && status.st_gid == from.st_gid;
+  if (!has_owner && fchown(to.Get(), from.st_uid, from.st_gid) != 0) return false;
+  return status.st_mode == from.st_mode || fchmod(to.Get(), from.st_mode & 07777) == 0;
+}
+
+Replacement Replace(const Target& target, const Location& location, const std::string& content) {
+  if (location.error == ENOENT) Fail(ENOENT);  // There is no directory.
+  if (location.error != 0) return Decide(location.error);
+  const bool exists = target.status.has_value();
+  const bool is_special = exists && !target.IsRegular();
+  if (is_special || (exists && target.status->st_nlink > 1)) return Replacement::kNotPossible;
+
+  Sibling sibling(location);
+  const mode_t mode = exists ? 0600 : 0666;  // private until it has the target's owner and mode
+  if (!sibling.RemoveStale() || !sibling.Create(mode)) return Decide(errno);
+  if (exists && (HasAttributes(target.file) || HasAttributes(sibling.file))) {
+    return Replacement::kNotPossible;
   }
-  return true;
-}
+  Write(sibling.file, content);
+  if (exists && !CopyOwnerAndMode(*target.status, sibling.file)) return Decide(errno);
+  Flush(sibling.file);
 
-// What is no regular file may have nothing to flush, which EINVAL tells.
-bool Flush(const FileDescriptor& file) {
-  if (fsync(file.Get()) == 0) return true;
-  struct stat status = {};
-  const bool may_be_special = errno == EINVAL && fstat(file.Get(), &status) == 0;
-  return (may_be_special && !S_ISREG(status.st_mode)) || Fail(EIO);
-}
-
-// Access control lists and other attributes, which a new file would lack or have inherited. The
-// labels of security modules do not count: the kernel gives each file its own.
-bool HasNoAttributes(const FileDescriptor& file) {
-  std::array<char, 4096> names;
-  const ssize_t length = flistxattr(file.Get(), names.data(), names.size());
-  if (length < 0 && errno == ERANGE) return Fail(ENOTSUP);  // there are more
-  if (length < 0) return errno == ENOTSUP || errno == ENOSYS;
-  for (size_t i = 0; i < static_cast<size_t>(length); i += std::strlen(&names[i]) + 1) {
-    if (std::strncmp(&names[i], "security.", 9) != 0) return Fail(ENOTSUP);
+  if (!StillNames(location, sibling.name, StatusOf(sibling.file)) ||
+      !StillNames(location, location.name, target.status)) {
+    return Replacement::kChangedMeanwhile;
   }
-  return true;
+  if (!sibling.RenameOverTarget()) return Decide(errno);
+  Flush(location.directory);
+  Flush(sibling.file);  // On vfat the rename is flushed with the file, not the directory.
+  return Replacement::kDone;
 }
 
-// Gives the new file the owner and the mode of the target, where it has others.
-bool TakeOver(const FileDescriptor& file, const struct stat& former) {
-  struct stat status = {};
-  if (fstat(file.Get(), &status) != 0) return false;
-  const bool is_owned = status.st_uid == former.st_uid && status.st_gid == former.st_gid;
-  if (!is_owned && fchown(file.Get(), former.st_uid, former.st_gid) != 0) return false;
-  return status.st_mode == former.st_mode || fchmod(file.Get(), former.st_mode & 07777) == 0;
-}
-
-// Makes the new file all that the target shall be; `former` is what the target is, if it is open.
-bool Fill(const FileDescriptor& file, const FileDescriptor& target, const struct stat& former,
-          const std::string& content) {
-  if (!target.IsOpen()) return Write(file, content) && Flush(file);
-  return HasNoAttributes(target) && HasNoAttributes(file) && Write(file, content) &&
-         TakeOver(file, former) && Flush(file);
-}
-
-bool Replace(const Location& location, const FileDescriptor& target, const struct stat& former,
-             const std::string& content) {
-  const int directory = location.directory.Get();
-  const mode_t mode = target.IsOpen() ? 0600 : 0666;
-  const int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
-  const FileDescriptor file(openat(directory, location.sibling.c_str(), flags, mode));
-  if (!file.IsOpen()) return false;
-  if (Fill(file, target, former, content) && IsNamed(directory, location.sibling, file) &&
-      IsNamed(directory, location.name, target) &&
-      renameat(directory, location.sibling.c_str(), directory, location.name.c_str()) == 0) {
-    return Flush(location.directory) && Flush(file);  // vfat keeps the name with the file
+void WriteInPlace(Target& target, const Location& location, const std::string& content) {
+  if (!target.status) {
+    target.file =
+        FileDescriptor(openat(location.directory.Get(), location.name.c_str(), kCreateNew, 0666));
+    if (!target.file.IsOpen()) Fail(errno);
+  } else if (target.IsRegular() && ftruncate(target.file.Get(), 0) != 0) {
+    Fail(errno);
   }
-  const int error = errno;
-  if (IsNamed(directory, location.sibling, file)) unlinkat(directory, location.sibling.c_str(), 0);
-  return Fail(error);
+  Write(target.file, content);
+  Flush(target.file);
+  if (!target.status && location.directory.IsOpen()) Flush(location.directory);
 }
 
-bool TrySave(const std::string& path, const std::string& content) {
-  const Location location(path);
-  const bool has_place = location.directory.IsOpen() && RemoveLeftOver(location);
-  if (!has_place && !IsRuleOfPlace(errno)) return false;
-
-  // Opened even where it will be replaced: a file that may not be written must stay as it is.
-  FileDescriptor target(open(path.c_str(), O_WRONLY | O_CLOEXEC));
-  const bool exists = target.IsOpen();
-  struct stat former = {};
-  if (exists ? fstat(target.Get(), &former) != 0 : errno != ENOENT) return false;
-  if (Holds(path, former, content) && futimens(target.Get(), nullptr) == 0) return true;
-  const bool is_file = S_ISREG(former.st_mode);
-  if (has_place && (!exists || (is_file && former.st_nlink <= 1))) {
-    if (Replace(location, target, former, content)) return true;
-    if (!IsRuleOfPlace(errno)) return false;
+// Returns false if the save must start over.
+bool SaveOnce(const std::string& path, const std::string& content) {
+  const Location location = Locate(path);
+  Target target(path);
+  if (HoldsAlready(target, path, content) && futimens(target.file.Get(), nullptr) == 0) {
+    if (location.directory.IsOpen()) Sibling(location).RemoveStale();
+    return true;
   }
-  if (!exists) target.Reset(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-  if (is_file && ftruncate(target.Get(), 0) != 0) return false;
-  return Write(target, content) && Flush(target);
+  const Replacement replacement = Replace(target, location, content);
+  if (replacement == Replacement::kNotPossible) WriteInPlace(target, location, content);
+  return replacement != Replacement::kChangedMeanwhile;
 }
 
 }  // namespace
@@ -178,16 +228,13 @@ class FileSaverImpl : public IFileSaver {
  public:
   void Save(const std::string& path, const std::string& content,
             std::function<void(const std::string&)> on_error) override {
-    bool saved = false;
     try {
-      for (int attempts = 0; !saved && attempts < 5; ++attempts) {
-        saved = TrySave(path, content);
-        if (errno != EEXIST && errno != ESTALE) break;  // no other save or change came first
+      for (int attempt = 1; attempt <= kMaxAttempts; ++attempt) {
+        if (SaveOnce(path, content)) return;
       }
-    } catch (...) {
-      saved = false;  // memory ran out before anything was written
+    } catch (const std::exception&) {  // A step has failed, or memory has run out.
     }
-    if (!saved && on_error) on_error("Error writing file.");
+    if (on_error) on_error("Error writing file.");
   }
 };
 

@@ -6,9 +6,11 @@
 
 namespace file_utils {
 
-/// Replaces whole files. Keeps nothing between calls; may be used from any thread. It locks nothing
-/// and waits for nobody: of several saves of one file at the same time one counts, and others may
-/// fail, unless their callers keep them apart (`DirectoryLock`).
+/// Replaces whole files. Keeps nothing between calls; may be used from any thread.
+///
+/// A save takes no lock. If saves of a file overlap, one of them wins and the others may fail, and
+/// in the moment between its last check and rename(2), a save can put the unfinished content of
+/// another one in place. Callers prevent both with `DirectoryLock`.
 class IFileSaver {
  public:
   IFileSaver() = default;
@@ -16,31 +18,29 @@ class IFileSaver {
   IFileSaver& operator=(const IFileSaver&) = delete;
   virtual ~IFileSaver() = default;
 
-  /// Makes the file at `path` hold exactly `content`, or hands "Error writing file." to `on_error`
-  /// (unless that is empty), on the calling thread. Raises nothing but what `on_error` raises.
+  /// Makes the file at `path` hold exactly `content`, or calls `on_error` with "Error writing
+  /// file." (unless it is empty), on the calling thread. Throws only what `on_error` throws.
   ///
-  /// Except where the file is written in place (below), a sibling is written, flushed (fsync(2)),
-  /// and renamed over it, and the directory is flushed: at any moment the file holds what it held,
-  /// or `content`, whole. Once `Save` has succeeded, `content` withstands a power cut; once it has
-  /// failed, the file holds what it held, or, if its name could not be flushed, `content`. A
-  /// symbolic link stays, and the file that it names is the one replaced or created.
+  /// The new content is written to ".NAME.new" beside the file and flushed (fsync(2)). That file is
+  /// renamed over the old one, and the directory is flushed. At every moment the file holds the
+  /// complete old or the complete new content. After a success the new content survives a power
+  /// cut. After a failure the file holds the old content, or the new one if only a flush after the
+  /// rename has failed. A symbolic link stays; the file it leads to is replaced or created.
   ///
-  /// A new file is created with mode 0666 less the umask; an existing one keeps its owner and mode.
-  /// Not carried over are its inode flags (chattr(1)), security labels set by hand, and what the
-  /// process lacks the capabilities for: a set-group-ID bit, attributes in "trusted.".
+  /// A failure can truncate these files, because they are written in place: special files, open
+  /// files named through /proc, files with several hard links, access control lists or other
+  /// extended attributes, mount points, files whose owner or mode cannot be given to a new file,
+  /// files whose directory cannot be read or changed, and files for which ".NAME.new" is a
+  /// directory.
   ///
-  /// A regular file that holds `content` already only gets the time of this save. It is not
-  /// flushed: whoever wrote it has to see to that.
+  /// A new file has mode 0666 less the umask. A replaced file keeps its owner and mode. It loses
+  /// inode flags (chattr(1)), security labels set by hand, and what the process lacks the
+  /// capability to set: the set-group-ID bit, attributes in "trusted.". If a regular file holds
+  /// `content` already, only its modification time is updated. It is not flushed: its writer must
+  /// do that.
   ///
-  /// The sibling of NAME is ".NAME.new", cut to 255 bytes; what has that name is removed first. A
-  /// power cut or a kill leaves it until the next save of the file, and it stays in a directory
-  /// that can only be appended to.
-  ///
-  /// Written in place, so that a failure midway leaves it cut short, is what a replacement would
-  /// harm, or what cannot be replaced: special files, open files named through /proc, files with
-  /// several hard links, access control lists or other extended attributes, mount points, files
-  /// whose owner or mode could not be kept, whose directory may not be read or changed, or whose
-  /// sibling is a directory. After an error that tells of none of these, the old content is kept.
+  /// The name ".NAME.new" is cut to 255 bytes. A power cut or a kill may leave that file. The next
+  /// save removes it, except in an append-only directory.
   virtual void Save(const std::string& path, const std::string& content,
                     std::function<void(const std::string&)> on_error) = 0;
 };

@@ -25,17 +25,11 @@ namespace {
 
 constexpr char kHtml[] = "text/html";
 
-// A copy whose records lie in memory in the order in which they are walked, as those of a copied
-// map do not: without, a page of 1,000 toggles takes 8% longer, one of 10,000 takes 70% longer.
-ToggleSchema InOrder(const ToggleSchema& schema) {
-  return {schema.git_revision, {schema.variables.begin(), schema.variables.end()}};
-}
-
-// Makes every setting of the server, whatever the library's release takes as its own. The listening
-// backlog (5) and the longest form (8192 bytes) can only be set where it is compiled.
+// Sets every option explicitly: defaults differ between cpp-httplib releases. The listening backlog
+// (5) and the longest form (8192 bytes) are compile-time options, set in CMakeLists.txt.
 void ConfigureServer(httplib::Server& server) {
-  const unsigned hardware_threads = std::thread::hardware_concurrency();  // 0: unknown
-  const unsigned workers = std::max(3U, hardware_threads) - 1;
+  const int hardware_threads = static_cast<int>(std::thread::hardware_concurrency());  // 0: unknown
+  const auto workers = static_cast<size_t>(std::max(2, hardware_threads - 1));
   server.new_task_queue = [workers] { return new httplib::ThreadPool(workers); };
   server.set_keep_alive_max_count(5);
   server.set_keep_alive_timeout(5);
@@ -66,18 +60,14 @@ FeatureToggleHTTPImpl::FeatureToggleHTTPImpl(const std::string& secondary_schema
 
 FeatureToggleHTTPImpl::~FeatureToggleHTTPImpl() { server_.stop(); }
 
-void FeatureToggleHTTPImpl::SetPrimarySchema(const ToggleSchema& schema) {
-  primary_ = InOrder(schema);
-}
+void FeatureToggleHTTPImpl::SetPrimarySchema(const ToggleSchema& schema) { primary_ = schema; }
 
-void FeatureToggleHTTPImpl::SetSecondarySchema(const ToggleSchema& schema) {
-  secondary_ = InOrder(schema);
-}
+void FeatureToggleHTTPImpl::SetSecondarySchema(const ToggleSchema& schema) { secondary_ = schema; }
 
 void FeatureToggleHTTPImpl::Listen(const std::string& host, int port) {
 #ifdef __GLIBC__
-  // The modules that nsswitch.conf may name need the C library of the device. With another one
-  // linked in, and so without an interpreter, loading libnss_myhostname ended the process.
+  // A static executable has no ELF interpreter (AT_BASE is 0). Loading the NSS modules of the
+  // device into it crashes, so it uses only the modules that are linked in.
   if (getauxval(AT_BASE) == 0) __nss_configure_lookup("hosts", "files dns");
 #endif
   server_.listen(host, port);
@@ -93,21 +83,23 @@ void FeatureToggleHTTPImpl::ShowPage(httplib::Response& response) const {
 }
 
 void FeatureToggleHTTPImpl::Update(const httplib::Request& request, httplib::Response& response) {
+  // Taken before the mutex, so that pages are served while this waits for a run that has read the
+  // file and is about to save it.
+  const file_utils::DirectoryLock directory_lock(secondary_schema_path_);
   const std::unique_lock lock(mutex_);
-  // The values from before the request: of a field posted twice, the last one that differs counts.
+  // Compared with the values before the request, so if a field is posted twice, the last one that
+  // differs wins.
   const auto values = EffectiveValues(primary_, secondary_);
   std::optional<ToggleSchema> changed;
   for (const auto& [key, value] : request.params) {
     const auto current = values.find(key);
     if (current == values.end() || current->second == value) continue;
-    if (!changed) changed = InOrder(secondary_);
+    if (!changed) changed = secondary_;
     SetToggle(*changed, key, value);
   }
   if (changed) {
-    // Not while a run, which has read the file, is about to save it.
-    const file_utils::DirectoryLock directory_lock(secondary_schema_path_);
-    // Saved before it counts: an exception (memory) leaves document and file as they are. After a
-    // failed save it does count, and the next change saves it too.
+    // Saved before it is assigned: if memory runs out, both the document and the file stay as they
+    // were. If the save fails, the document changes nevertheless, and the next change saves it too.
     file_utils::FileSaver().Save(secondary_schema_path_, SerializeToggleSchema(*changed), nullptr);
     secondary_ = *std::move(changed);
   }

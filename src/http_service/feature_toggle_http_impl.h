@@ -20,7 +20,8 @@ class FeatureToggleHTTPImpl : public IFeatureToggleHTTP {
   void SetSecondarySchema(const ToggleSchema& schema) override;
   void Listen(const std::string& host, int port) override;
 
-  /// The configuration page of the two documents. Takes no lock: a handler holds it already.
+  /// Returns the configuration page of the two documents. Takes no lock: its callers hold the
+  /// mutex.
   std::string RenderPage() const;
 
  private:
@@ -31,8 +32,8 @@ class FeatureToggleHTTPImpl : public IFeatureToggleHTTP {
   std::string secondary_schema_path_;
   ToggleSchema primary_;
   ToggleSchema secondary_;
-  /// Held for the whole of a page's or an update's run: shared by pages, exclusively by an update,
-  /// whose file it guards as well.
+  /// Guards both documents. A page holds it shared while it is built. An update holds it
+  /// exclusively until its file is saved and its answer is built.
   mutable std::shared_mutex mutex_;
   httplib::Server server_;
 };

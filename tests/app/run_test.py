@@ -10,38 +10,43 @@ BOTH_ON, DEFAULTS = "export A=on\nexport B=on\n", "export A=on\nexport B=off\n"
 ODD = {"a": "$x\t'\n", "Zeta": "ü", "AB": '"=', "A": "two words", "B": "", "": "x", "C D": "x"}
 
 
-@pytest.mark.parametrize("row", [
-    dict(arguments="--list", listing=BOTH_ON + "\n"),
-    dict(arguments="--reset --entry C 0", saved=schema("r2", C="0"),
-         script=DEFAULTS + "export C=0\n"),
-    dict(build="{}", saved=OLD),
-    dict(variable="PRESERVE_CONFIGURATION= -7x", saved=OLD),
-    dict(variable="PRESERVE_CONFIGURATION=true"),
-    # No service: an entry, complete or not; no port, no host.
-    dict(variable="HTTP_PORT=65535", arguments="--entry B off", script=DEFAULTS,
-         saved=NEW.replace('"on"', '"off"')),
-    dict(variable="HTTP_PORT=65535", arguments="--entry B "),
-    dict(variable="HTTP_PORT=65535", arguments="--entry  off"),
-    dict(variable="HTTP_PORT=65535", arguments="-p 0"),
-    dict(arguments="--port 65535 --hostname no\thost"),
-    # Of paths, the command line goes before the environment, where they end at a blank.
-    dict(variable="OUTPUT_PATH=x", arguments="-r primary -b build -s secondary -o script"),
-    dict(variable="OUTPUT_PATH=  script x"),
-    dict(arguments="-l --secondary_schema_path no/dir --output_path no/dir "
-         "--primary_schema_path . --build_info_path .", listing="\n", saved=OLD, script=None),
-    # A primary schema that comes in pieces, and is large; an empty script.
-    dict(primary=" " * 9_000_000 + PRIMARY, arguments="-r /dev/stdin",
-         shell='{ head -c 9; sleep 0.1; cat; } <primary | "$@"'),
-    dict(primary="", secondary="", shell='echo old >script; "$@"', saved=schema("r2"), script=""),
-    # An empty text, or one with a space, has no line in the script. All else stands as it is.
-    dict(secondary=schema("r2", **ODD), saved=schema("r2", **ODD),
-         script="export AB=\"=\nexport Zeta=ü\nexport a=$x\t'\n\n"),
-])
+RUNS = {  # name: what is special about the run
+    "--list prints the script": dict(arguments=["--list"], listing=BOTH_ON + "\n"),
+    "--reset and --entry": dict(arguments=["--reset", "--entry", "C", "0"],
+                                saved=schema("r2", C="0"), script=DEFAULTS + "export C=0\n"),
+    "build without a revision": dict(build="{}", saved=OLD),
+    "revision preserved": dict(env={"PRESERVE_CONFIGURATION": " -7x"}, saved=OLD),
+    "not preserved by a word": dict(env={"PRESERVE_CONFIGURATION": "true"}),
+    "not preserved by 0x10": dict(env={"PRESERVE_CONFIGURATION": "0x10"}),
+    # These do not serve, although most have a port.
+    "entry": dict(env={"HTTP_PORT": "65535"}, arguments=["--entry", "B", "off"],
+                  saved=NEW.replace('"on"', '"off"'), script=DEFAULTS),
+    "entry without a value": dict(env={"HTTP_PORT": "65535"}, arguments=["--entry", "B", ""]),
+    "entry without a key": dict(env={"HTTP_PORT": "65535"}, arguments=["--entry", "", "off"]),
+    "port 0": dict(env={"HTTP_PORT": "65535"}, arguments=["-p", "0"]),
+    "unknown host": dict(arguments=["--port", "65535", "--hostname", "no\thost"]),
+    # Paths on the command line override the environment, where a path ends at a blank.
+    "options override": dict(env={"OUTPUT_PATH": "x"}, arguments=[
+        "-r", "primary", "-b", "build", "-s", "secondary", "-o", "script"]),
+    "blanks around a path": dict(env={"OUTPUT_PATH": "  script x"}),
+    "no such directories": dict(arguments="-l -s no/dir -o no/dir -r . -b .".split(),
+                                listing="\n", saved=OLD, script=None),
+    "large file in pieces": dict(primary=" " * 9_000_000 + PRIMARY, arguments=["-r", "/dev/stdin"],
+                                 shell='{ head -c 9; sleep 0.1; cat; } <primary | "$@"'),
+    "nothing to publish": dict(primary="", secondary="", shell='echo old >script; "$@"',
+                               saved=schema("r2"), script=""),
+    # Texts that are empty or have a space get no line. Others are written unchanged.
+    "odd texts": dict(secondary=schema("r2", **ODD), saved=schema("r2", **ODD),
+                      script="export AB=\"=\nexport Zeta=ü\nexport a=$x\t'\n\n"),
+}
+
+
+@pytest.mark.parametrize("row", RUNS.values(), ids=RUNS.keys())
 def test_run(daemon, row):
-    def check(variable="=", arguments=None, secondary=OLD, build='{"git_revision":"r2"}',
-              primary=PRIMARY, shell='"$@"', listing="", saved=NEW, script=BOTH_ON):
-        run = daemon.run(*arguments.split(" ") if arguments else (),
-                         under=["env", "FEATURE_TOGGLE_" + variable, "sh", "-c", shell, "sh"],
+    def check(arguments=(), env={}, shell='"$@"', primary=PRIMARY, secondary=OLD,
+              build='{"git_revision":"r2"}', listing="", saved=NEW, script=BOTH_ON):
+        daemon.env.update({f"FEATURE_TOGGLE_{name}": value for name, value in env.items()})
+        run = daemon.run(*arguments, under=["sh", "-c", shell, "sh"],
                          primary=primary, secondary=secondary, build=build)
         assert (run.stdout, run.stderr, run.returncode) == (listing, "", 0)
         assert (run.saved, run.script) == (saved, script)

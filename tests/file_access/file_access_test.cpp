@@ -5,19 +5,20 @@
 
 using Callback = std::function<void(const std::string&)>;
 
-// What a load tells its callbacks in turn, of which the first then does `next`.
-std::string Load(const std::string& path, const Callback& next) {
-  std::string told;
-  const auto tell = [&](const std::string& text) {
-    told += "[" + text + "]";
-    if (told == "[" + text + "]") next(text);
+// Loads a file with one function for both callbacks, whose first call also does `then`. Returns the
+// texts that it was called with.
+std::string Load(const std::string& path, const Callback& then) {
+  std::string calls;
+  const auto callback = [&](const std::string& text) {
+    calls += "[" + text + "]";
+    if (calls == "[" + text + "]") then(text);
   };
-  file_utils::FileLoader().Load(path, tell, tell);
-  return told;
+  file_utils::FileLoader().Load(path, callback, callback);
+  return calls;
 }
 
-TEST(FileLoader, TellsWhatFailed) {
-  const std::string file = "/proc/sys/kernel/ostype";  // a size of 0 is given for it
+TEST(FileLoader, ReportsWhatFailed) {
+  const std::string file = "/proc/sys/kernel/ostype";  // stat(2) says that its size is 0
   const Callback nothing = [](const std::string&) {};
   const Callback stream_failure = [](const std::string&) { throw std::ios_base::failure(""); };
   const Callback number = [](const std::string&) { throw 1; };
@@ -26,10 +27,11 @@ TEST(FileLoader, TellsWhatFailed) {
   EXPECT_EQ(Load(file, nothing), "[Linux\n]");
   EXPECT_EQ(Load(file, stream_failure), "[Linux\n][File read error.]");
   EXPECT_EQ(Load(file, number), "[Linux\n][Unknown error.]");
+  file_utils::FileLoader().Load("/no", nullptr, [](const std::string& text) { FAIL() << text; });
 }
 
-TEST(FileSaver, TellsOfFailure) {
-  std::string told;
-  file_utils::FileSaver().Save("/no/file", "", [&told](const std::string& text) { told = text; });
-  EXPECT_EQ(told, "Error writing file.");
+TEST(FileSaver, ReportsFailure) {
+  std::string reported;
+  file_utils::FileSaver().Save("/no/file", "", [&](const std::string& text) { reported += text; });
+  EXPECT_EQ(reported, "Error writing file.");
 }
