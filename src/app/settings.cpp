@@ -1,8 +1,23 @@
 #include "app/settings.h"
 
 #include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <sstream>
 
 namespace feature_toggle {
+namespace {
+
+template <typename T>
+T GetEnvOrDefault(const std::string& name, T default_value) {
+  const char* text = std::getenv(name.c_str());
+  if (text == nullptr) return default_value;
+  std::istringstream stream(text);
+  T value = default_value;
+  stream >> value;
+  return value;
+}
+
+}  // namespace
 
 void BindSettings(CLI::App& app, Settings& settings) {
   const auto bind = [&app](auto& value, const char* names, const char* variable, const char* help) {

@@ -1,53 +1,39 @@
 #include "http_service/configuration_page.h"
 
+#include <array>
+#include <string_view>
+
 namespace feature_toggle {
 namespace {
 
-// The fixed pieces, in the order in which they stand on the page.
-constexpr char kFormStart[] = R"(<form action="/update" method="post">)";
-constexpr char kLabelEnd[] = ": ";
-constexpr char kNameStart[] = R"(<input type="text" name=")";
-constexpr char kValueStart[] = R"(" value=")";
-constexpr char kFieldEnd[] = R"("><br>)";
-constexpr char kFormEnd[] = R"(<input type="submit" value="Submit"><br><br>)"
-                            R"(<input type="submit" formaction="/reboot" value="Reboot"></form>)";
-
-// The characters that HTML reserves as character references, which a browser decodes.
-void AppendEscaped(std::string& page, const std::string& text) {
+// Replaces the characters that HTML reserves by character references, which a browser decodes.
+std::string Escape(const std::string& text) {
+  constexpr std::string_view reserved = "\"&<>";
+  constexpr std::array references = {"&quot;", "&amp;", "&lt;", "&gt;"};
+  std::string escaped;
   for (const char c : text) {
-    switch (c) {
-      case '"':
-        page.append("&quot;");
-        break;
-      case '&':
-        page.append("&amp;");
-        break;
-      case '<':
-        page.append("&lt;");
-        break;
-      case '>':
-        page.append("&gt;");
-        break;
-      default:
-        page.push_back(c);
+    const size_t i = reserved.find(c);
+    if (i == std::string_view::npos) {
+      escaped += c;
+    } else {
+      escaped += references[i];
     }
   }
+  return escaped;
 }
 
 }  // namespace
 
 std::string RenderConfigurationPage(const std::map<std::string, std::string>& values) {
-  std::string page = kFormStart;
+  std::string page = R"(<form action="/update" method="post">)";
   for (const auto& [key, value] : values) {
-    const size_t name = page.size();
-    AppendEscaped(page, key);
-    const size_t length = page.size() - name;
-    page.append(kLabelEnd).append(kNameStart).append(page, name, length);
-    page.append(kValueStart);
-    AppendEscaped(page, value);
-    page.append(kFieldEnd);
+    const std::string name = Escape(key);
+    page += name + R"(: <input type="text" name=")" + name;
+    page += R"(" value=")" + Escape(value) + R"("><br>)";
   }
-  return page.append(kFormEnd);
+  page += R"(<input type="submit" value="Submit"><br><br>)";
+  page += R"(<input type="submit" formaction="/reboot" value="Reboot"></form>)";
+  return page;
 }
 
 }  // namespace feature_toggle

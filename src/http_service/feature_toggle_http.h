@@ -9,8 +9,9 @@ namespace feature_toggle {
 
 /// Serves the configuration page and its two actions, update and reboot, over HTTP.
 ///
-/// The documents are the service's own copies: updates change its copy of the secondary one and
-/// the secondary schema file, never the caller's. Set both before `Listen`, not while it runs.
+/// The service keeps copies of both documents. An update changes the service's copy of the
+/// secondary document and saves it to the secondary schema file; the caller's documents stay
+/// unchanged. Set both documents before `Listen`, not while it runs.
 class IFeatureToggleHTTP {
  public:
   IFeatureToggleHTTP() = default;
@@ -24,9 +25,9 @@ class IFeatureToggleHTTP {
   /// Replaces the whole secondary document.
   virtual void SetSecondarySchema(const ToggleSchema& schema) = 0;
 
-  /// Serves until accepting connections fails, in practice until the process ends. Returns at once
-  /// and says nothing if `host` does not resolve or `port` cannot be bound. The handlers run on
-  /// worker threads: max(2, hardware threads - 1).
+  /// Serves until accepting connections fails, in practice until the process ends. If `host` does
+  /// not resolve or `port` cannot be bound, returns at once without reporting it. The handlers run
+  /// on max(2, hardware threads - 1) worker threads.
   virtual void Listen(const std::string& host, int port) = 0;
 };
 

@@ -9,7 +9,7 @@
 namespace feature_toggle {
 namespace {
 
-// The member names of the files, for readers and writer alike.
+// The member names in the files, for reading and writing.
 constexpr char kKey[] = "key";
 constexpr char kValue[] = "value";
 constexpr char kOptions[] = "options";
@@ -17,20 +17,20 @@ constexpr char kDescription[] = "description";
 constexpr char kVariables[] = "variables";
 constexpr char kGitRevision[] = "git_revision";
 
-// The parser's default is to recurse, which ends a process on its stack at some 130,000 levels.
+// RapidJSON's default parser recurses and overflows the stack at about 130,000 levels.
 rapidjson::Document Parse(const std::string& text) {
   rapidjson::Document document;
   document.Parse<rapidjson::kParseIterativeFlag>(text.c_str());
   return document;
 }
 
-// The first member of that name, or null.
+// Returns the first member of that name, or null.
 const rapidjson::Value* Find(const rapidjson::Value& object, const char* name) {
   const auto member = object.FindMember(name);
   return member == object.MemberEnd() ? nullptr : &member->value;
 }
 
-// Reads a member into `text`, which an absent one leaves as it is. False if it is not a string.
+// Reads a member, if there is one, into `text`. Returns false if the member is not a string.
 bool ReadText(const rapidjson::Value& object, const char* name, std::string& text) {
   const rapidjson::Value* member = Find(object, name);
   if (member == nullptr) return true;
@@ -51,7 +51,7 @@ void ReadVariable(const rapidjson::Value& element, ToggleSchema& schema) {
     }
   }
   ReadText(element, kDescription, variable.description);
-  // Tried at the end first, where it belongs if the file is sorted: no look-up.
+  // Hint: files that the daemon wrote are sorted, so each key belongs at the end.
   schema.variables.insert_or_assign(schema.variables.end(), variable.key, std::move(variable));
 }
 
