@@ -10,11 +10,11 @@ import sys
 import time
 
 SECONDS = 20  # the deadline of every wait
-os.umask(0o022)  # that of a login may be another, and tests tell modes
+os.umask(0o022)  # a login may have another one, and tests compare modes
 
 
 def path_with_stand_in(directory):
-    """A PATH whose `reboot` only notes in `directory`/rebooted that it ran."""
+    """A PATH whose `reboot` only adds a line to `directory`/rebooted."""
     reboot = directory / "bin/reboot"
     reboot.parent.mkdir()
     reboot.write_text(f"#!/bin/sh\nsleep 0.1\necho once >>'{directory}/rebooted'\n")
@@ -37,6 +37,7 @@ class Daemon:
             "FEATURE_TOGGLE_OUTPUT_PATH": f"{directory}/script",
             "PATH": path_with_stand_in(directory),
             "TSAN_OPTIONS": "halt_on_error=1",
+            "GCOV_ERROR_FILE": os.devnull,  # a limit on files applies to counts of coverage too
         }
 
     def read(self, name):
@@ -48,7 +49,7 @@ class Daemon:
             (self.dir / name).write_bytes(os.fsencode(text))
 
     def run(self, *arguments, under=(), **files):
-        """Runs to the end, `under` a command that starts it."""
+        """Runs the daemon until it exits; `under` is a command that starts it."""
         self.write(files)
         run = subprocess.run([*under, *self.command, *arguments], env=self.env, cwd=self.dir,
                              umask=0o027, capture_output=True, text=True, timeout=SECONDS)
@@ -57,10 +58,10 @@ class Daemon:
 
     @contextlib.contextmanager
     def serve(self, *arguments, host="", prints="", **files):
-        """Yields the port of a service that prints nothing but `prints`, before it serves."""
+        """Yields the port of a daemon that prints only `prints`, before it serves."""
         self.write(files)
         with socket.socket() as holder, open(self.dir / "printed", "wb") as printed:
-            # Holds a free port, which the daemon shares.
+            # Reserves a free port, which the daemon shares.
             holder.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEPORT, 1)
             holder.bind(("127.0.0.1", 0))
             port = holder.getsockname()[1]
@@ -92,15 +93,15 @@ def is_listening(host, port):
 
 
 def stop_listening(process):
-    """Serving ends only with the listening socket: pidfd_getfd(2) gives a copy to shut down."""
+    """Shuts down its listening socket, so that it exits normally, and sanitizers can report."""
     libc = ctypes.CDLL(None)
     for fd in os.listdir(f"/proc/{process.pid}/fd"):
-        copy = libc.syscall(438, os.pidfd_open(process.pid), int(fd), 0)
+        copy = libc.syscall(438, os.pidfd_open(process.pid), int(fd), 0)  # pidfd_getfd(2)
         libc.shutdown(copy, socket.SHUT_RD)
 
 
 def send(port, target, form=None):
-    """Posts a form, or gets the target if there is none: status, content type and body."""
+    """Posts the form, or gets the target if there is none; returns status, content type, body."""
     connection = http.client.HTTPConnection("127.0.0.1", port, timeout=SECONDS)
     connection.request("GET" if form is None else "POST", target, form,
                        {"Content-Type": "application/x-www-form-urlencoded"})
