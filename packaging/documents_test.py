@@ -1,4 +1,4 @@
-"""What documents tell is what the program does."""
+"""The documents agree with the program and with each other."""
 import os
 import pathlib
 import re
@@ -25,8 +25,8 @@ SETTINGS = [  # variable, option, field, and default
 def test_setting(variable, option, field, default):
     built_in = (ROOT / "src/app/settings.h").read_text()
     assert f" {field} = {default};" in built_in.replace('"', "")
-    of_service = (ROOT / "packaging/feature_toggled.default").read_text()
-    assert f"\n#FEATURE_TOGGLE_{variable}={default}\n" in of_service
+    settings_file = (ROOT / "packaging/feature_toggled.default").read_text()
+    assert f"\n#FEATURE_TOGGLE_{variable}={default}\n" in settings_file
     described = MANUAL.partition(f"\n.It Ev FEATURE_TOGGLE_{variable}\n")[2].partition("\n.It")[0]
     assert f" {default}\n" in described
     assert option is None or f".Fl {option} ;\n" in described
@@ -37,6 +37,23 @@ def test_setting(variable, option, field, default):
 def test_variables(path):
     named = re.findall(r"\bFEATURE_TOGGLE_(\w+)", (ROOT / path).read_text())
     assert set(named) == {row[0] for row in SETTINGS}
+
+
+DEFAULTS = {field: default for _, _, field, default in SETTINGS}
+DIRECTORY = os.path.dirname(DEFAULTS["output_path"])
+
+
+@pytest.mark.parametrize("path, copy", [
+    ("feature_toggled.service", f"\nRequiresMountsFor={DIRECTORY}\n"),
+    ("feature_toggled.service", f"\nAssertPathIsDirectory={DIRECTORY}\n"),
+    ("feature_toggled.service", f"\nReadWritePaths={DIRECTORY}\n"),
+    ("feature_toggled.init", f"SECONDARY_SCHEMA_PATH:-{DIRECTORY}/}}"),
+    ("feature_toggled.init", f"OUTPUT_PATH:-{DIRECTORY}/}}"),
+    ("with_feature_toggles", f":-{DEFAULTS['output_path']}}}"),
+])
+def test_copy_of_a_default_path(path, copy):
+    assert os.path.dirname(DEFAULTS["secondary_schema_path"]) == DIRECTORY
+    assert copy in (ROOT / "packaging" / path).read_text()
 
 
 def test_options():
@@ -61,7 +78,7 @@ def test_version(path, pattern):
 
 
 def test_five_minutes(tmp_path):
-    """The README's "sh" blocks, run in one shell, print the "text" block after them, if any."""
+    """In one shell, each "sh" block of the README prints the "text" block after it, if any."""
     guide = (ROOT / "README.md").read_text().partition("\n## Five minutes")[2].partition("\n## ")[0]
     blocks = re.findall(r"^```sh\n(.*?)^```\n(?:\n```text\n(.*?)^```\n)?", guide,
                         re.DOTALL | re.MULTILINE)
