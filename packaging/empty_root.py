@@ -1,4 +1,4 @@
-"""A static executable in a root that has nothing else to run or load, for scripts/test static."""
+"""The static executable in a root without other programs or libraries; for scripts/test static."""
 import os
 import pathlib
 import shutil

@@ -1,4 +1,4 @@
-"""toggle_schema.json: takes what the daemon writes, and names what the daemon would skip or cut."""
+"""toggle_schema.json accepts files of the daemon, and finds members that it skips or truncates."""
 import json
 import pathlib
 
@@ -12,7 +12,7 @@ TOGGLE = {"key": "A", "value": "1", "options": ["2"], "description": "d"}
 
 
 def faults(document):
-    """What jsonschema(1) says of each fault, and where it is."""
+    """The place and the message of each fault, as jsonschema(1) finds it."""
     validator = jsonschema.Draft202012Validator(SCHEMA)
     return [f"{error.json_path}: {error.message}" for error in validator.iter_errors(document)]
 

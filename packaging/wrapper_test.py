@@ -1,4 +1,4 @@
-"""with_feature_toggles, in dash and in BusyBox."""
+"""with_feature_toggles, run by dash and by BusyBox."""
 import os
 import pathlib
 import subprocess
@@ -13,7 +13,7 @@ ANY_BYTE = bytes(byte for byte in range(1, 256) if byte != ord("\n"))
 
 @pytest.fixture(params=["dash", "busybox"])
 def wrap(request, tmp_path):
-    """Yields a function that runs the wrapper with nothing on its path but one shell's programs."""
+    """A function that runs the wrapper with only a shell, sed and env on its path."""
     programs = tmp_path / "bin"
     programs.mkdir()
     for name in ["sed", "env"]:
@@ -31,7 +31,7 @@ def wrap(request, tmp_path):
         run = subprocess.run([programs / "sh", "-c", wrapper, "wrapper", *command],
                              env={"PATH": str(programs), **env}, cwd=tmp_path / "work",
                              capture_output=True, check=False)
-        assert not os.listdir(tmp_path / "work"), "something of the script was run"
+        assert not os.listdir(tmp_path / "work"), "a command of the script was run"
         return run
 
     return run
@@ -62,7 +62,7 @@ def test_variables(wrap, script, expected):
     assert variables == {name.encode(): value for name, value in expected.items()}
 
 
-# What the service's settings hold, and which export script is read, SCRIPT being one that is there.
+# The content of the settings file, and the export script that is read; only SCRIPT exists.
 @pytest.mark.parametrize("settings, script", [
     ("#FEATURE_TOGGLE_OUTPUT_PATH=SCRIPT\n", "/var/rwfs2/feature_toggle.sh"),
     ("FEATURE_TOGGLE_OUTPUT_PATH=\n", "/var/rwfs2/feature_toggle.sh"),
@@ -85,14 +85,14 @@ def test_environment_goes_before_settings(wrap, tmp_path):
     assert run.stdout == b"2\n"
 
 
-# What the export script holds, what is run, how that ends, and a part of what is printed.
+# The export script, the command, its exit status, and a part of its message.
 @pytest.mark.parametrize("script, command, status, message", [
     (b"", ["/bin/sh", "-c", 'exit "$2"', "sh", "a b", "3"], 3, b""),
     (b"export PATH=/bin\n", ["ls"], 0, b""),
     (b"export PATH=/nowhere\n", ["none"], 127, b"with_feature_toggles: none: not found\n"),
     (None, ["/bin/true"], 66, b"with_feature_toggles: the export script cannot be read\n"),
-    (b"", ["-i"], 127, b"-i: not found"),  # which env would take for an option
-    (b"", ["A=1"], 64, b"Usage: "),        # for a variable
+    (b"", ["-i"], 127, b"-i: not found"),  # env would take it for an option
+    (b"", ["A=1"], 64, b"Usage: "),        # or for a variable
     (b"", [], 64, b"Usage: "),
     (None, ["--help"], 0, b"Usage: "),
 ])
