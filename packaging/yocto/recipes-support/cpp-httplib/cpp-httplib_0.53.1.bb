@@ -11,5 +11,5 @@ do_install() {
     install -D -m 0644 ${S}/httplib.h ${D}${includedir}/httplib.h
 }
 
-# There is nothing of it for the target.
+# It installs only a header, so its package for the target is empty.
 ALLOW_EMPTY:${PN} = "1"
