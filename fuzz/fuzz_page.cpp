@@ -1,5 +1,5 @@
-// Any keys and values, which stand in the input in turn, each ended by a NUL: the fields of the
-// page, as a browser decodes them, are the values in force, and posting them back changes nothing.
+// The input is keys and values in turn, each ended by a NUL. The fields of the page, decoded as a
+// browser does, must show the effective values, and posting them back must change nothing.
 #include <unistd.h>
 
 #include <regex>
@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const char* data, size_t size) {
   static const int port = 20000 + getpid() % 10000;  // two may run at once
   static auto& server = *new std::thread([] { service.Listen("127.0.0.1", port); });
   static httplib::Client browser("127.0.0.1", port);
-  while (server.joinable() && !browser.Get("/")) continue;  // it is about to listen
+  while (server.joinable() && !browser.Get("/")) continue;  // until it listens
 
   ToggleSchema schemas[2];
   std::istringstream input(std::string(data, size));
@@ -29,7 +29,7 @@ extern "C" int LLVMFuzzerTestOneInput(const char* data, size_t size) {
     using httplib::detail::encode_query_param;  // a browser leaves out a field without a name
     if (!name.empty()) form += encode_query_param(name) + "=" + encode_query_param(text) + "&";
   }
-  // Markup to other characters first, so that reserved ones which are left were not escaped.
+  // The markup is replaced first: a reserved character that is then left was not escaped.
   const std::string page = service.RenderPage();
   std::string fields = page.substr(37, page.find("<input type=\"submit\"") - 37);
   for (const auto& [from, to] : std::initializer_list<std::pair<const char*, const char*>>{

@@ -1,4 +1,4 @@
-// Any bytes: no crash, and what is written reads back equal.
+// No bytes crash the parser, and a schema reads back as it was written.
 #include <cstdlib>
 
 #include "toggle_schema/schema_json.h"
