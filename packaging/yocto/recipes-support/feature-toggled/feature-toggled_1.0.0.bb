@@ -2,8 +2,7 @@ SUMMARY = "feature toggles for a device, published as a shell script"
 LICENSE = "MIT"
 LIC_FILES_CHKSUM = "file://LICENSE;md5=6d1fd46c44060c5477b8d2d5a565b0e0"
 
-# The sources are the tree that this layer is part of. Its path is resolved, as BitBake would build
-# stale files from a layer that it reaches through a symbolic link.
+# The tree of this layer, resolved: through a symbolic link, BitBake would build stale files.
 FILESEXTRAPATHS:prepend := "${@os.path.realpath("${THISDIR}/../../../..")}:"
 SRC_URI = "file://CMakeLists.txt;subdir=${BP} file://LICENSE;subdir=${BP} \
            file://examples;subdir=${BP} file://packaging;subdir=${BP} file://src;subdir=${BP}"
