@@ -1,30 +1,18 @@
 """The page in a real browser: what it shows, and what the daemon keeps. Run by scripts/browser."""
 import json
-import os
 import pathlib
-import subprocess
 
-from daemon import SECONDS, Daemon, send, wait_until_listening
+from daemon import SECONDS, Daemon, send
 from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
-from selenium.webdriver.support.expected_conditions import staleness_of, title_is
+from selenium.webdriver.support.expected_conditions import staleness_of
 from selenium.webdriver.support.wait import WebDriverWait
 
 ROOT = pathlib.Path(__file__).parents[1]
 SCHEMA = (ROOT / "examples/primary_feature_toggle.conf").read_text(encoding="utf-8")
 TOGGLES = {toggle["key"]: toggle["value"] for toggle in json.loads(SCHEMA)["variables"]}
 ODD = dict(zip(sorted(TOGGLES), ["<&>\"'", " two words", "Größe→жук"]))
-NGINX = """
-pid pid;
-events {}
-http {
-  access_log off;
-  client_body_temp_path temp; proxy_temp_path temp;
-  fastcgi_temp_path temp; scgi_temp_path temp; uwsgi_temp_path temp;
-  include site;
-}
-"""
 
 
 def open_browser(directory):
@@ -93,53 +81,3 @@ def test_page(tmp_path):
         fill_in(browser, TOGGLES)  # nor does what is not submitted
         reboot(browser, daemon)
         assert daemon.read("secondary") is None
-
-
-def start_nginx(directory, port):
-    """Serves the shipped site on another address; the kernel ends it when this process ends."""
-    site = (ROOT / "examples/nginx.conf").read_text()
-    assert site.count("listen ") == site.count("listen 443 ") == site.count(":8080;") == 1
-    site = site.replace("listen 443 ", f"listen 127.0.0.2:{port} ").replace(":8080;", f":{port};")
-    (directory / "site").write_text(site)
-    (directory / "nginx.conf").write_text(NGINX)
-    (directory / "feature_toggled.users").write_text("user:{PLAIN}secret\n")
-    subprocess.run("openssl req -x509 -nodes -subj /CN=test -keyout feature_toggled.key "
-                   "-out feature_toggled.crt".split(), cwd=directory, check=True)
-    os.spawnlp(os.P_NOWAIT, "setpriv", "setpriv", "--pdeathsig", "KILL",
-               ROOT / "build/browser/nginx/usr/sbin/nginx", "-e", "stderr", "-p", directory,
-               "-c", "nginx.conf", "-g", "daemon off; master_process off;")
-    wait_until_listening("127.0.0.2", port)
-    return f"https://127.0.0.2:{port}"
-
-
-def test_page_through_nginx(tmp_path):
-    daemon = Daemon([ROOT / "build/release/feature_toggled"], tmp_path)
-    with daemon.serve(primary=SCHEMA) as port, open_browser(tmp_path) as browser:
-        address = start_nginx(tmp_path, port)
-
-        def status(*arguments):
-            return subprocess.run(["curl", "-sk", "-o/dev/null", "-w%{http_code}", *arguments,
-                                   f"{address}/update"], check=True, capture_output=True).stdout
-
-        assert status("-dDEMO_THEME=changed") == b"401"
-        for origin in ["https://127.0.0.2", f"http://127.0.0.2:{port}", f"{address}.example",
-                       f"https://other.example:{port}"]:
-            assert status("-dA=1", "-uuser:secret", f"-HOrigin: {origin}") == b"403"
-        # Of another type than a form, since the daemon refuses only long forms.
-        assert status("-d" + "x" * 8193, "-uuser:secret", "-HContent-Type: text/plain") == b"413"
-
-        browser.get(address.replace("//", "//user:secret@"))
-        assert browser.execute_script("return document.characterSet") == "UTF-8"
-        submit_odd(browser, daemon)
-        saved = daemon.read("secondary")
-        form = f"<form method=post action={address}/update><input name=DEMO_THEME value=x></form>"
-        for other_site in [f"http://127.0.0.1:{port}/", "data:text/html,"]:
-            browser.get(other_site)
-            browser.execute_script(
-                "document.body.innerHTML = arguments[0]; document.forms[0].submit()", form)
-            WebDriverWait(browser, SECONDS).until(title_is("403 Forbidden"))
-        assert daemon.read("secondary") == saved
-
-        browser.get(address)  # The browser has kept the password.
-        reboot(browser, daemon)
-        assert {status() for guess in range(30)} == {b"401", b"429"}
