@@ -37,7 +37,7 @@ class Daemon:
             "FEATURE_TOGGLE_OUTPUT_PATH": f"{directory}/script",
             "PATH": path_with_stand_in(directory),
             "TSAN_OPTIONS": "halt_on_error=1",
-            "GCOV_ERROR_FILE": os.devnull,  # a limit on files applies to counts of coverage too
+            "GCOV_ERROR_FILE": os.devnull,  # `ulimit -f` also applies to coverage files
         }
 
     def read(self, name):
@@ -65,6 +65,7 @@ class Daemon:
             holder.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEPORT, 1)
             holder.bind(("127.0.0.1", 0))
             port = holder.getsockname()[1]
+            # Variables are read leniently: a blank before the value, and text after a number.
             env = {**self.env, "FEATURE_TOGGLE_HOSTNAME": f" {host}",
                    "FEATURE_TOGGLE_HTTP_PORT": f" {port}x"}
             process = subprocess.Popen([*self.command, *arguments], env=env,
@@ -83,7 +84,7 @@ class Daemon:
 def wait_until(condition):
     deadline = time.monotonic() + SECONDS
     while not condition():
-        assert time.monotonic() < deadline, "nothing came of waiting"
+        assert time.monotonic() < deadline, "the condition did not become true in time"
         time.sleep(0.02)
 
 

@@ -13,12 +13,12 @@
 #include "toggle_schema/schema_json.h"
 #include "toggle_schema/toggle_schema.h"
 
-// The start-up sequence. File failures are not reported: with an empty error callback, the run goes
-// on with what it has.
+// The start-up sequence. File failures are not reported, and the exit status is 0 after them: a
+// file that cannot be read counts as empty, and a file that cannot be written stays as it is.
 int main(int argc, char** argv) {
   using namespace feature_toggle;
 
-  // A closed pipe or a file-size limit makes the write fail instead of killing the process.
+  // A write to a closed pipe, or beyond the file-size limit, fails instead of killing the process.
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);
 
@@ -31,8 +31,7 @@ int main(int argc, char** argv) {
     return app.exit(e);
   }
 
-  // Load. The lock keeps concurrent runs apart until both files are saved.
-  file_utils::DirectoryLock lock(settings.secondary_schema_path);
+  // Load.
   const auto parse_into = [](ToggleSchema& target) {
     return [&target](const std::string& text) { target = ParseToggleSchema(text); };
   };
@@ -46,6 +45,8 @@ int main(int argc, char** argv) {
         [&build_revision](const std::string& text) { build_revision = ReadGitRevision(text); },
         nullptr);
   }
+  // The lock keeps concurrent runs apart until both files are saved.
+  file_utils::DirectoryLock lock(settings.secondary_schema_path);
   ToggleSchema secondary;
   if (!settings.reset) {
     loader.Load(settings.secondary_schema_path, parse_into(secondary), nullptr);

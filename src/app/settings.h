@@ -23,10 +23,9 @@ struct Settings {
   std::vector<std::string> entry;  ///< Empty, or a key and a value.
 };
 
-/// Replaces every setting whose environment variable is set, and registers the options of `app`,
-/// whose parse then writes into `settings`. The order of precedence is therefore: command line,
-/// environment, default. Variables are read leniently, as feature_toggled(8) describes. Not
-/// thread-safe: getenv(3).
+/// Replaces every setting whose environment variable is set, and adds the options to `app`, which
+/// writes into `settings` when it is parsed. The order of precedence is therefore: command line,
+/// environment, default. Variables are read leniently, as feature_toggled(8) says. Not thread-safe.
 void BindSettings(CLI::App& app, Settings& settings);
 
 }  // namespace feature_toggle

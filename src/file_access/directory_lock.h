@@ -12,10 +12,10 @@ class DirectoryLock {
  public:
   /// Locks the directory of the file that `path` leads to, until `Unlock` or destruction.
   ///
-  /// Any user who can read the directory can hold the lock. A wait therefore ends when the file has
-  /// not been modified for 10 s, and after 60 s in all, which is less than systemd allows a start.
-  /// The constructor then goes on without the lock. It does so too if the directory cannot be
-  /// opened or locked.
+  /// The wait is limited, because any user who can read the directory can hold the lock. It ends
+  /// when that file has not been modified for about 10 s, and after about 60 s in all, less than
+  /// the 90 s that systemd allows a start. The constructor then returns without the lock. It also
+  /// does so if the directory cannot be opened or locked.
   explicit DirectoryLock(const std::string& path);
 
   void Unlock() { location_.directory = FileDescriptor(); }

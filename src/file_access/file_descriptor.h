@@ -7,11 +7,11 @@
 
 namespace file_utils {
 
-/// Owns an open file descriptor and closes it on destruction. Errors of close(2) are ignored:
-/// fsync(2) has already reported any that matter.
+/// Owns an open file descriptor and closes it on destruction. Errors of close(2) are ignored. Call
+/// fsync(2) first if they matter.
 class FileDescriptor {
  public:
-  /// Owns nothing. Get() then stands for the working directory in openat(2) and its relatives.
+  /// Owns nothing. Get() returns AT_FDCWD, which openat(2) takes for the working directory.
   FileDescriptor() = default;
 
   /// Owns `fd`, or nothing if it is negative.

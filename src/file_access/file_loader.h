@@ -18,8 +18,7 @@ class IFileLoader {
   /// does not exist." if the file cannot be opened, "File read error." if reading fails (as for a
   /// directory) or `on_success` throws a std::ios_base::failure, "Unknown error." if anything else
   /// is thrown. The callbacks run on the calling thread. The last two messages come after the file
-  /// is closed. An empty `on_error` is not called. If `on_success` is empty, nothing happens at
-  /// all.
+  /// is closed. An empty `on_error` is not called. If `on_success` is empty, nothing happens.
   ///
   /// Throws only what `on_error` throws. If `on_error` throws while reporting "File does not
   /// exist.", that is itself reported to it, as "File read error." or "Unknown error.".

@@ -5,15 +5,14 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
 #include <cstring>
-#include <initializer_list>
 #include <optional>
+#include <set>
+#include <stdexcept>
 #include <string_view>
-#include <system_error>
 #include <tuple>
 #include <utility>
 
@@ -31,8 +30,8 @@ constexpr int kCreateNew = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
 
 using Status = struct stat;
 
-// Ends the save. The reason is not reported.
-[[noreturn]] void Fail(int error) { throw std::system_error(error, std::generic_category()); }
+// Ends the save. No caller can use the reason.
+[[noreturn]] void Fail() { throw std::runtime_error("save"); }
 
 enum class Replacement {
   kDone,
@@ -40,48 +39,50 @@ enum class Replacement {
   kChangedMeanwhile,  // by another save or a user: the save must start over
 };
 
-// What an error of a system call means for a replacement. Any other error ends the save: writing in
-// place would probably fail too, and lose the old content.
-Replacement Decide(int error) {
-  const auto is_one_of = [error](std::initializer_list<int> errors) {
-    return std::find(errors.begin(), errors.end(), error) != errors.end();
+// Returns what an error of a system call means for a replacement. Any other error ends the save:
+// writing in place would probably fail too, and lose the old content.
+Replacement Classify(int error) {
+  static const std::set<int> changes = {EEXIST, ENOENT, ESTALE};
+  static const std::set<int> obstacles = {
+      EACCES, EPERM,        EROFS,            // The directory cannot be changed.
+      EBUSY,  EXDEV,                          // The file is a mount point.
+      EISDIR, ELOOP,                          // .NAME.new is a directory; the path leads to /proc.
+      EINVAL, ENAMETOOLONG, ENOSYS, ENOTSUP,  // The file system lacks something.
   };
-  if (is_one_of({EEXIST, ENOENT, ESTALE})) return Replacement::kChangedMeanwhile;
-  if (!is_one_of({EACCES, EBUSY, EINVAL, EISDIR, ELOOP, ENAMETOOLONG, ENOSYS, ENOTSUP, EPERM, EROFS,
-                  EXDEV})) {
-    Fail(error);
-  }
-  return Replacement::kNotPossible;
+  if (changes.count(error) > 0) return Replacement::kChangedMeanwhile;
+  if (obstacles.count(error) > 0) return Replacement::kNotPossible;
+  Fail();
 }
 
 void Write(const FileDescriptor& file, const std::string& content) {
   for (size_t written = 0; written < content.size();) {
     const ssize_t count = write(file.Get(), content.data() + written, content.size() - written);
     if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) Fail(EIO);
+    if (count <= 0) Fail();
     written += static_cast<size_t>(count);
   }
 }
 
 Status StatusOf(const FileDescriptor& file) {
   Status status;
-  if (fstat(file.Get(), &status) != 0) Fail(errno);
+  if (fstat(file.Get(), &status) != 0) Fail();
   return status;
 }
 
 void Flush(const FileDescriptor& file) {
   if (fsync(file.Get()) == 0) return;
-  // Special files have nothing to flush: fsync(2) fails with EINVAL.
-  if (errno != EINVAL || S_ISREG(StatusOf(file).st_mode)) Fail(EIO);
+  // Special files, and directories of some file systems, have nothing to flush.
+  if (errno != EINVAL || S_ISREG(StatusOf(file).st_mode)) Fail();
 }
 
 // Whether a replacement would lose, or has inherited, an access control list or another extended
-// attribute. Security labels do not count: the kernel gives each file its own.
+// attribute. Those in "security." do not count: the kernel gives each file its own label.
 bool HasAttributes(const FileDescriptor& file) {
   std::array<char, 4096> names;
   const ssize_t length = flistxattr(file.Get(), names.data(), names.size());
   if (length < 0 && (errno == ENOTSUP || errno == ENOSYS)) return false;
-  if (length < 0) return errno == ERANGE || Decide(errno) == Replacement::kNotPossible;
+  if (length < 0 && errno != ERANGE) Classify(errno);  // This may end the save.
+  if (length < 0) return true;                         // There may be some.
   for (size_t i = 0; i < static_cast<size_t>(length); i += std::strlen(&names[i]) + 1) {
     if (std::strncmp(&names[i], "security.", 9) != 0) return true;
   }
@@ -93,7 +94,7 @@ bool StillNames(const Location& location, const std::string& name,
                 const std::optional<Status>& status) {
   Status named;
   if (fstatat(location.directory.Get(), name.c_str(), &named, AT_SYMLINK_NOFOLLOW) != 0) {
-    if (errno != ENOENT) Fail(errno);
+    if (errno != ENOENT) Fail();
     return !status;
   }
   const auto identity = [](const Status& s) {
@@ -106,7 +107,7 @@ bool StillNames(const Location& location, const std::string& name,
 // opened even if it will be replaced, because a file that may not be written must stay as it is.
 struct Target {
   explicit Target(const std::string& path) : file(open(path.c_str(), O_WRONLY | O_CLOEXEC)) {
-    if (!file.IsOpen() && errno != ENOENT) Fail(errno);
+    if (!file.IsOpen() && errno != ENOENT) Fail();
     if (file.IsOpen()) status = StatusOf(file);
   }
 
@@ -170,27 +171,29 @@ bool CopyOwnerAndMode(const Status& from, const FileDescriptor& to) {
 }
 
 Replacement Replace(const Target& target, const Location& location, const std::string& content) {
-  if (location.error == ENOENT) Fail(ENOENT);  // There is no directory.
-  if (location.error != 0) return Decide(location.error);
-  const bool exists = target.status.has_value();
-  const bool is_special = exists && !target.IsRegular();
-  if (is_special || (exists && target.status->st_nlink > 1)) return Replacement::kNotPossible;
-
+  if (location.error == ENOENT) Fail();  // The directory is missing.
+  if (location.error != 0) return Classify(location.error);
   Sibling sibling(location);
-  const mode_t mode = exists ? 0600 : 0666;  // private until it has the target's owner and mode
-  if (!sibling.RemoveStale() || !sibling.Create(mode)) return Decide(errno);
+  if (!sibling.RemoveStale()) return Classify(errno);
+  const bool exists = target.status.has_value();
+  if (exists && (!target.IsRegular() || target.status->st_nlink > 1)) {
+    return Replacement::kNotPossible;
+  }
+  // A new file stays private until it has the owner and mode of the target.
+  if (!sibling.Create(exists ? 0600 : 0666)) return Classify(errno);
   if (exists && (HasAttributes(target.file) || HasAttributes(sibling.file))) {
     return Replacement::kNotPossible;
   }
   Write(sibling.file, content);
-  if (exists && !CopyOwnerAndMode(*target.status, sibling.file)) return Decide(errno);
+  // The mode comes after the content, because a write may clear the set-user-ID bit.
+  if (exists && !CopyOwnerAndMode(*target.status, sibling.file)) return Classify(errno);
   Flush(sibling.file);
 
   if (!StillNames(location, sibling.name, StatusOf(sibling.file)) ||
       !StillNames(location, location.name, target.status)) {
     return Replacement::kChangedMeanwhile;
   }
-  if (!sibling.RenameOverTarget()) return Decide(errno);
+  if (!sibling.RenameOverTarget()) return Classify(errno);
   Flush(location.directory);
   Flush(sibling.file);  // On vfat the rename is flushed with the file, not the directory.
   return Replacement::kDone;
@@ -200,9 +203,9 @@ void WriteInPlace(Target& target, const Location& location, const std::string& c
   if (!target.status) {
     target.file =
         FileDescriptor(openat(location.directory.Get(), location.name.c_str(), kCreateNew, 0666));
-    if (!target.file.IsOpen()) Fail(errno);
+    if (!target.file.IsOpen()) Fail();
   } else if (target.IsRegular() && ftruncate(target.file.Get(), 0) != 0) {
-    Fail(errno);
+    Fail();
   }
   Write(target.file, content);
   Flush(target.file);
@@ -213,6 +216,7 @@ void WriteInPlace(Target& target, const Location& location, const std::string& c
 bool SaveOnce(const std::string& path, const std::string& content) {
   const Location location = Locate(path);
   Target target(path);
+  // Updates the modification time even if nothing is written: DirectoryLock watches it.
   if (HoldsAlready(target, path, content) && futimens(target.file.Get(), nullptr) == 0) {
     if (location.directory.IsOpen()) Sibling(location).RemoveStale();
     return true;

@@ -31,7 +31,7 @@ Location Locate(const std::string& path) {
         openat(start.Get(), parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!directory.IsOpen()) return {FileDescriptor(), path, errno};
     const ssize_t length = readlinkat(directory.Get(), name.c_str(), link.data(), link.size());
-    if (length < 0) return {std::move(directory), name, 0};  // not a link
+    if (length < 0) return {std::move(directory), name, 0};  // not a link, or missing
     if (IsInProc(directory)) break;
     rest.assign(link.data(), static_cast<size_t>(length));
     start = std::move(directory);

@@ -9,9 +9,9 @@ namespace feature_toggle {
 
 /// Serves the configuration page and its two actions, update and reboot, over HTTP.
 ///
-/// The service keeps copies of both documents. An update changes the service's copy of the
-/// secondary document and saves it to the secondary schema file; the caller's documents stay
-/// unchanged. Set both documents before `Listen`, not while it runs.
+/// The service keeps copies of both documents. An update changes the copy of the secondary document
+/// and saves it to the secondary schema file. It does not read that file again, so it discards what
+/// other processes have saved there. Set both documents before `Listen`, not while it runs.
 class IFeatureToggleHTTP {
  public:
   IFeatureToggleHTTP() = default;

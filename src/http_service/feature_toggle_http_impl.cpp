@@ -83,12 +83,12 @@ void FeatureToggleHTTPImpl::ShowPage(httplib::Response& response) const {
 }
 
 void FeatureToggleHTTPImpl::Update(const httplib::Request& request, httplib::Response& response) {
-  // Taken before the mutex, so that pages are served while this waits for a run that has read the
-  // file and is about to save it.
+  // Waits for a run that has read the file and is about to save it. Taken before the mutex, so that
+  // other threads can serve pages in the meantime.
   const file_utils::DirectoryLock directory_lock(secondary_schema_path_);
   const std::unique_lock lock(mutex_);
-  // Compared with the values before the request, so if a field is posted twice, the last one that
-  // differs wins.
+  // Each field is compared with its value before the request. If a field is posted twice, the last
+  // value that differs is kept.
   const auto values = EffectiveValues(primary_, secondary_);
   std::optional<ToggleSchema> changed;
   for (const auto& [key, value] : request.params) {
@@ -98,8 +98,8 @@ void FeatureToggleHTTPImpl::Update(const httplib::Request& request, httplib::Res
     SetToggle(*changed, key, value);
   }
   if (changed) {
-    // Saved before it is assigned: if memory runs out, both the document and the file stay as they
-    // were. If the save fails, the document changes nevertheless, and the next change saves it too.
+    // If memory runs out while the text is made, neither the document nor the file changes. If the
+    // save fails, only the document changes, and the next change saves it too.
     file_utils::FileSaver().Save(secondary_schema_path_, SerializeToggleSchema(*changed), nullptr);
     secondary_ = *std::move(changed);
   }

@@ -20,8 +20,7 @@ class FeatureToggleHTTPImpl : public IFeatureToggleHTTP {
   void SetSecondarySchema(const ToggleSchema& schema) override;
   void Listen(const std::string& host, int port) override;
 
-  /// Returns the configuration page of the two documents. Takes no lock: its callers hold the
-  /// mutex.
+  /// Returns the configuration page. Takes no lock, so it must not be called during `Listen`.
   std::string RenderPage() const;
 
  private:
@@ -32,8 +31,7 @@ class FeatureToggleHTTPImpl : public IFeatureToggleHTTP {
   std::string secondary_schema_path_;
   ToggleSchema primary_;
   ToggleSchema secondary_;
-  /// Guards both documents. A page holds it shared while it is built. An update holds it
-  /// exclusively until its file is saved and its answer is built.
+  /// Guards both documents during `Listen`: shared for pages, exclusive for updates.
   mutable std::shared_mutex mutex_;
   httplib::Server server_;
 };

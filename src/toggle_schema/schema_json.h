@@ -22,8 +22,7 @@ ToggleSchema ParseToggleSchema(const std::string& text);
 std::string ReadGitRevision(const std::string& text);
 
 /// Returns the schema as compact JSON: one line without a line end, every member present, toggles
-/// in key order. `ParseToggleSchema` reads it back equal, except that each text ends at its first
-/// NUL.
+/// in key order. `ParseToggleSchema` reads it back equal, but each text ends at its first NUL.
 std::string SerializeToggleSchema(const ToggleSchema& schema);
 
 }  // namespace feature_toggle

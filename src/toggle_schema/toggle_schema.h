@@ -6,8 +6,7 @@
 
 namespace feature_toggle {
 
-/// One toggle. All texts are byte strings. Each may be empty or hold any bytes; no encoding is
-/// checked.
+/// One toggle. Its texts are byte strings, which may be empty. No encoding is checked.
 struct ToggleVariable {
   std::string key;
   std::string value;

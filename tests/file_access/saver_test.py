@@ -8,7 +8,7 @@ import subprocess
 import pytest
 from conftest import schema
 
-LONG = "x" * 2000  # more than a file may have under `ulimit -f 1`
+LONG = "x" * 2000  # longer than `ulimit -f 1` allows
 OLD = "what the target held before, longer than what it will hold\n" * 50
 NEW = f"export A={LONG}\n"
 LONGEST = "f" * 255  # as long as a name can be
@@ -31,7 +31,7 @@ class Save:
 @pytest.mark.skipif(os.geteuid() != 0, reason="owners, nodes and attributes need root")
 @pytest.mark.parametrize("save", [
     Save(setup="ln -s made script", shell='umask 002; "$@"', file="made", status="664 0:0 1"),
-    # Replaced, with its owner and mode, whatever has the sibling's name.
+    # The target is replaced and keeps its owner and mode. An old .script.new does not matter.
     Save(setup="cp old script; chown 12:34 script; chmod 4755 script", status="4755 12:34 1"),
     Save(setup="cp old script; chown 0:34 script; chmod 640 script", status="640 0:34 1"),
     Save(setup=f"cp old {LONGEST}; ln -s {LONGEST} script", file=LONGEST),
@@ -40,7 +40,7 @@ class Save:
     Save(setup="cp old script; setfattr -n security.a script; mkfifo .script.new"),
     Save(setup="cp old script", shell='{ sleep 0.5; "$@" --list; } | :'),  # the reader is gone
     # Written in place, because a new file would differ.
-    Save(setup="ln old script", file="old", replaced=False, status="644 0:0 2"),
+    Save(setup="ln old script; touch .script.new", file="old", replaced=False, status="644 0:0 2"),
     Save(shell='"$@" -o /proc/self/fd/5 5<>old', file="old", replaced=False),
     Save(setup="cp old script; setfattr -n security.a script; setfattr -n trusted.b script",
          replaced=False),
@@ -71,15 +71,15 @@ FINAL = "EDQUOT EINTR EIO EMFILE ENOSPC ETIMEDOUT"
 # Which file such errors leave, by the system call of a save that meets them. The first pattern that
 # matches the call counts.
 PHASES = [
-    # system call            FORBIDDEN   ENOENT  CHANGED  FINAL
-    ("close|readlinkat",     "new",      "new",  "new",   "new"),
-    ("openat.*O_DIRECTORY",  "in place", "old",  "new",   "old"),
-    ("openat.*O_EXCL",       "in place", "new",  "new",   "old"),  # .NAME.new
-    ("openat",               "old",      "new",  "old",   "old"),  # the target
-    ("unlink|fchmod|rename", "in place", "new",  "new",   "old"),
-    ("flistxattr",           "in place", "new",  "new",   "old"),
-    (".*fstatat.*NOFOLLOW",  "old",      "new",  "old",   "old"),
-    (".*stat|write|fsync",   "old",      "old",  "old",   "old"),
+    # system call            FORBIDDEN   ENOENT      CHANGED     FINAL
+    ("close|readlinkat",     "new",      "new",      "new",      "new"),
+    ("openat.*O_DIRECTORY",  "in place", "old",      "new",      "old"),
+    ("openat.*O_EXCL",       "in place", "new",      "new",      "old"),  # .NAME.new
+    ("openat",               "old",      "new",      "old",      "old"),  # the target
+    ("unlink|fchmod|rename", "in place", "new",      "new",      "old"),
+    ("flistxattr",           "in place", "in place", "in place", "old"),
+    (".*fstatat.*NOFOLLOW",  "old",      "new",      "old",      "old"),
+    (".*stat|write|fsync",   "old",      "old",      "old",      "old"),
 ]
 HARMLESS = [("flistxattr", "ENOSYS"), ("flistxattr", "EOPNOTSUPP"), ("write", "EINTR")]
 File = collections.namedtuple("File", "holds mode is_another")
@@ -102,7 +102,7 @@ def trace_save(daemon, old):
     calls = daemon.read("trace").splitlines()
     names = [call.split("(")[0] for call in calls]
     faults = [f"inject={name}:when={names[:i + 1].count(name)}:" for i, name in enumerate(names)]
-    _, start, end = (i for i, call in enumerate(calls) if "O_DIRECTORY" in call)  # first: the lock
+    _lock, start, end = (i for i, call in enumerate(calls) if "O_DIRECTORY" in call)
     return calls[start:end], faults[start:end]
 
 
@@ -118,17 +118,18 @@ def test_each_fault_leaves_the_old_file_or_the_new_one(traced, old, files):
     calls, faults = trace_save(traced, old)
     renames = next(i for i, call in enumerate(calls) if "rename" in call)
     for i, (call, fault) in enumerate(zip(calls, faults)):
-        lefts = next(lefts for pattern, *lefts in PHASES if re.match(pattern, call))
-        for errors, left in zip([FORBIDDEN, "ENOENT", CHANGED, FINAL], lefts):
+        outcomes = next(outcomes for pattern, *outcomes in PHASES if re.match(pattern, call))
+        for errors, outcome in zip([FORBIDDEN, "ENOENT", CHANGED, FINAL], outcomes):
             for error in errors.split():
-                is_harmless = i > renames or (call.split("(")[0], error) in HARMLESS
+                is_new = i > renames or (call.split("(")[0], error) in HARMLESS
                 saved = save_schema(traced, old, fault + f"error={error}")
-                assert saved == files["new" if is_harmless else left], (call, error)
+                assert saved == files["new" if is_new else outcome], (call, error)
                 assert not any(traced.dir.glob(".*.new")), (call, error)
-        assert save_schema(traced, old, fault + "signal=KILL") in (files["old"], files["new"]), call
-        # The next run removes what is left, whether it changes anything or not.
-        traced.run(*([] if i % 2 else ["--entry", "A", "2"]))
-        assert not any(traced.dir.glob(".*.new")), call
+        for next_run in [[], ["--entry", "A", "2"]]:
+            killed = save_schema(traced, old, fault + "signal=KILL")
+            assert killed in (files["old"], files["new"]), call
+            traced.run(*next_run)
+            assert not any(traced.dir.glob(".*.new")), (call, next_run)
 
 
 @pytest.mark.parametrize("old, steps", [
