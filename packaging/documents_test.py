@@ -69,6 +69,8 @@ def test_options():
     ("CHANGELOG.md", r"^## (\S+),"),
     ("debian/changelog", r"\((\S+)-1\)"),
     ("debian/changelog", r"Release (\S+):"),
+    ("packaging/feature_toggled.8", r"^\.Os feature_toggle (\S+)"),
+    ("packaging/with_feature_toggles.1", r"^\.Os feature_toggle (\S+)"),
     ("packaging/buildroot/package/feature-toggled/feature-toggled.mk", r"_VERSION = (\S+)"),
 ])
 def test_version(path, pattern):

@@ -4,7 +4,7 @@
 #
 ################################################################################
 
-FEATURE_TOGGLED_VERSION = 1.0.0
+FEATURE_TOGGLED_VERSION = 1.1.0
 FEATURE_TOGGLED_SITE = $(realpath $(BR2_EXTERNAL_FEATURE_TOGGLE_PATH)/../..)
 FEATURE_TOGGLED_SITE_METHOD = local
 # make legal-info ignores this, and packs build/ too: run it on a clean clone.
