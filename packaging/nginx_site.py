@@ -20,7 +20,7 @@ http {
 
 
 def start_nginx(directory, port):
-    """Serves the shipped site on another address; the kernel ends it when this process ends."""
+    """Serves the shipped site on another address. The kernel kills nginx when this process ends."""
     site = (ROOT / "examples/nginx.conf").read_text()
     assert site.count("listen ") == site.count("listen 443 ") == site.count(":8080;") == 1
     site = site.replace("listen 443 ", f"listen 127.0.0.2:{port} ").replace(":8080;", f":{port};")

@@ -1,4 +1,4 @@
-"""The page in a real browser: what it shows, and what the daemon keeps. Run by scripts/browser."""
+"""The page in a real browser: what it shows, and what the daemon saves. Run by scripts/browser."""
 import json
 import pathlib
 
@@ -21,10 +21,10 @@ def open_browser(directory):
     for argument in ("headless", "no-sandbox", "hide-scrollbars", "disable-dev-shm-usage",
                      "disable-background-networking", f"user-data-dir={directory}/browser"):
         options.add_argument(argument)
-    # The page names no encoding: Chromium takes ASCII for windows-1252, and anything else for this.
+    # The page declares no encoding. Chromium treats pages that are not all ASCII as this one.
     options.add_experimental_option("prefs", {"intl.charset_default": "UTF-8"})
     browser = webdriver.Chrome(options=options, service=Service("/usr/bin/chromedriver"))
-    browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {  # to hold what is to be shown
+    browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {  # as large as the page
         "width": 420, "height": 148, "deviceScaleFactor": 2, "mobile": False})
     return browser
 
@@ -75,9 +75,9 @@ def test_page(tmp_path):
         check_page(browser, "changed", {**TOGGLES, "DEMO_THEME": "grün"})
         submit_odd(browser, daemon)
 
-        (tmp_path / "secondary").unlink()  # what is posted as it was shown changes nothing
+        (tmp_path / "secondary").unlink()  # It comes back only if something changes.
         press(browser, "Submit")
         check_page(browser, "submitted", ODD)
-        fill_in(browser, TOGGLES)  # nor does what is not submitted
+        fill_in(browser, TOGGLES)  # not submitted
         reboot(browser, daemon)
         assert daemon.read("secondary") is None

@@ -1,4 +1,4 @@
-"""What a save leaves behind: on all kinds of targets, and after each fault."""
+"""What a save leaves: of all kinds of targets, and after each fault."""
 import collections
 import dataclasses
 import os
@@ -86,7 +86,7 @@ File = collections.namedtuple("File", "holds mode is_another")
 
 
 def save_schema(daemon, old, options="trace=!%memory", shell='"$@"'):
-    """Saves NEW_SCHEMA over a file that holds `old`, or where none is. Looks at what is there."""
+    """Saves NEW_SCHEMA over a file that holds `old`, or where no file is. Returns what is there."""
     path = daemon.dir / "secondary"
     path.unlink(missing_ok=True)
     daemon.write({"secondary": old} if old else {})
@@ -97,7 +97,7 @@ def save_schema(daemon, old, options="trace=!%memory", shell='"$@"'):
 
 
 def trace_save(daemon, old):
-    """The system calls that save the schema, and for each how strace(1) lets it meet a fault."""
+    """Returns the system calls that save the schema, and the strace(1) option that faults each."""
     save_schema(daemon, old)
     calls = daemon.read("trace").splitlines()
     names = [call.split("(")[0] for call in calls]
