@@ -33,6 +33,9 @@ class IFileSaver {
   /// attributes, mount points, files whose owner or mode cannot be given to a new file, files whose
   /// directory cannot be read or changed, and files for which an old ".NAME.new" cannot be removed.
   ///
+  /// A FIFO is saved once it has a reader. If `path` is a link to a missing file in a directory
+  /// that cannot be read, the save fails.
+  ///
   /// A new file has mode 0666 less the umask. A replaced file keeps its owner and mode. It loses
   /// inode flags (chattr(1)), security labels set by hand, and what the process lacks the
   /// capability to set: the set-group-ID bit, attributes in "trusted.". If a regular file holds

@@ -17,7 +17,6 @@ RUNS = {  # name: what is special about the run
     "build without a revision": dict(build="{}", saved=OLD),
     "revision preserved": dict(env={"PRESERVE_CONFIGURATION": " -7x"}, saved=OLD),
     "not preserved by a word": dict(env={"PRESERVE_CONFIGURATION": "true"}),
-    "not preserved by 0x10": dict(env={"PRESERVE_CONFIGURATION": "0x10"}),
     # These do not serve, although most have a port.
     "entry": dict(env={"HTTP_PORT": "65535"}, arguments=["--entry", "B", "off"],
                   saved=NEW.replace('"on"', '"off"'), script=DEFAULTS),
