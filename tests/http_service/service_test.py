@@ -4,7 +4,7 @@ import fcntl
 import http.client
 import os
 import re
-import threading
+import time
 
 import pytest
 from conftest import schema
@@ -61,13 +61,15 @@ def test_change_that_cannot_be_saved_is_saved_with_the_next(daemon, port):
     assert daemon.read("secondary") == schema("r", **{**SECONDARY, "A": "4", "B": "5"})
 
 
-def test_change_waits_for_a_run_that_is_about_to_save(daemon, port):
+def test_change_waits_for_a_run_that_is_about_to_save_and_pages_do_not(daemon, port):
     directory = os.open(daemon.dir, os.O_RDONLY)
     fcntl.flock(directory, fcntl.LOCK_EX | fcntl.LOCK_NB)
-    released = []
-    threading.Timer(0.5, lambda: released.append(True) or os.close(directory)).start()
-    send(port, "/update", "A=4")
-    assert released
+    with concurrent.futures.ThreadPoolExecutor() as pool:
+        change = pool.submit(send, port, "/update", "A=4")
+        time.sleep(0.2)
+        assert send(port, "/") == page({**PRIMARY, **SECONDARY})
+        assert not change.done()
+        os.close(directory)
 
 
 @pytest.mark.parametrize("target, form, answer", [
@@ -105,15 +107,15 @@ def test_serves_five_requests_on_a_connection(port):
 def test_settings_of_the_server(traced):
     # -D: the daemon is the process that was started, strace(1) its child, which ends after it.
     traced.command[:0] = ["strace", "-Dfqo", f"{traced.dir}/trace",
-                          "-e", "trace=network,/poll,/select,/clone"]
-    with traced.serve() as port:
-        send(port, "/")
+                          "-e", "trace=network,flock,close,/poll,/select,/clone,/rename"]
+    with traced.serve(primary=schema("", A="1")) as port:
+        send(port, "/update", "A=2")
     wait_until(lambda: "exited with 0" in traced.read("trace"))
     # No closing brackets: where threads take turns, "<unfinished ...>" may stand in their place.
     before, after = re.split(r"listen\(\d+, 5\b", traced.read("trace"))
-    assert "SO_REUSEPORT" in before and "TCP_NODELAY" not in before
-    assert 'inet_addr("127.0.0.1")' in before  # by default
+    assert "SO_REUSEPORT" in before and 'inet_addr("127.0.0.1")' in before
     threads = max(2, len(os.sched_getaffinity(0)) - 1) + ("/tsan/" in traced.command[-1])
     assert after.count("CLONE_THREAD") == threads  # ThreadSanitizer has one of its own
     assert {*re.findall(r"events=(\w+)\}\], 1, 5000\b", after)} == {"POLLIN", "POLLOUT"}
-    assert "select(" not in after
+    assert "TCP_NODELAY" not in before and "select(" not in after
+    assert re.search(r"flock\((\d+), LOCK_EX(?:(?!close\(\1\b).)*rename", after, re.DOTALL)
