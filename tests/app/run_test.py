@@ -15,6 +15,7 @@ RUNS = {  # name: what is special about the run
                                 saved=schema("r2", C="0"), script=DEFAULTS + "export C=0\n"),
     "build without a revision": dict(build="{}", saved=OLD),
     "revision preserved": dict(env={"PRESERVE_CONFIGURATION": " -99999999999x"}, saved=OLD),
+    "not preserved by 0x10": dict(env={"PRESERVE_CONFIGURATION": "0x10"}),
     # These do not serve, although most have a port.
     "entry": dict(env={"HTTP_PORT": "65535"}, arguments=["--entry", "B", "off"],
                   saved=NEW.replace('"on"', '"off"'), script=DEFAULTS),
