@@ -32,9 +32,7 @@ class IFileSaver {
   /// named through /proc, files with several hard links, access control lists or other extended
   /// attributes, mount points, files whose owner or mode cannot be given to a new file, files whose
   /// directory cannot be read or changed, and files for which an old ".NAME.new" cannot be removed.
-  ///
-  /// A FIFO is saved once it has a reader. If `path` is a link to a missing file in a directory
-  /// that cannot be read, the save fails.
+  /// The save of a FIFO waits for its reader.
   ///
   /// A new file has mode 0666 less the umask. A replaced file keeps its owner and mode. It loses
   /// inode flags (chattr(1)), security labels set by hand, and what the process lacks the
