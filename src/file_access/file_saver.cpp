@@ -111,7 +111,7 @@ struct Target {
     if (file.IsOpen()) status = StatusOf(file);
   }
 
-  bool IsRegular() const { return status && S_ISREG(status->st_mode); }
+  bool IsPlain() const { return !status || (S_ISREG(status->st_mode) && status->st_nlink <= 1); }
 
   FileDescriptor file;
   std::optional<Status> status;
@@ -155,7 +155,8 @@ struct Sibling {
 // Whether the file holds the content already. Compares the sizes first, to avoid reading.
 bool HoldsAlready(const Target& target, const std::string& path, const std::string& content) {
   bool holds = false;
-  if (target.IsRegular() && static_cast<size_t>(target.status->st_size) == content.size()) {
+  const bool is_regular = target.status && S_ISREG(target.status->st_mode);
+  if (is_regular && static_cast<size_t>(target.status->st_size) == content.size()) {
     const auto compare = [&](const std::string& text) { holds = text == content; };
     FileLoader().Load(path, compare, nullptr);
   }
@@ -176,9 +177,7 @@ Replacement Replace(const Target& target, const Location& location, const std::s
   Sibling sibling(location);
   if (!sibling.RemoveStale()) return Classify(errno);
   const bool exists = target.status.has_value();
-  if (exists && (!target.IsRegular() || target.status->st_nlink > 1)) {
-    return Replacement::kNotPossible;
-  }
+  if (!target.IsPlain()) return Replacement::kNotPossible;
   // A new file stays private until it has the owner and mode of the target.
   if (!sibling.Create(exists ? 0600 : 0666)) return Classify(errno);
   if (exists && (HasAttributes(target.file) || HasAttributes(sibling.file))) {
@@ -204,7 +203,7 @@ void WriteInPlace(Target& target, const Location& location, const std::string& c
     target.file =
         FileDescriptor(openat(location.directory.Get(), location.name.c_str(), kCreateNew, 0666));
     if (!target.file.IsOpen()) Fail();
-  } else if (target.IsRegular() && ftruncate(target.file.Get(), 0) != 0) {
+  } else if (S_ISREG(target.status->st_mode) && ftruncate(target.file.Get(), 0) != 0) {
     Fail();
   }
   Write(target.file, content);
@@ -232,13 +231,15 @@ class FileSaverImpl : public IFileSaver {
  public:
   void Save(const std::string& path, const std::string& content,
             std::function<void(const std::string&)> on_error) override {
+    bool is_saved = false;
     try {
-      for (int attempt = 1; attempt <= kMaxAttempts; ++attempt) {
-        if (SaveOnce(path, content)) return;
+      for (int attempts = 0; !is_saved && attempts < kMaxAttempts; ++attempts) {
+        is_saved = SaveOnce(path, content);
       }
-    } catch (const std::exception&) {  // A step has failed, or memory has run out.
+    } catch (const std::exception&) {
+      is_saved = false;  // A step has failed, or memory has run out.
     }
-    if (on_error) on_error("Error writing file.");
+    if (!is_saved && on_error) on_error("Error writing file.");
   }
 };
 

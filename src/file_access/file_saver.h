@@ -32,7 +32,6 @@ class IFileSaver {
   /// named through /proc, files with several hard links, access control lists or other extended
   /// attributes, mount points, files whose owner or mode cannot be given to a new file, files whose
   /// directory cannot be read or changed, and files for which an old ".NAME.new" cannot be removed.
-  /// The save of a FIFO waits for its reader.
   ///
   /// A new file has mode 0666 less the umask. A replaced file keeps its owner and mode. It loses
   /// inode flags (chattr(1)), security labels set by hand, and what the process lacks the

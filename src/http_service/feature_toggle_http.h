@@ -9,9 +9,9 @@ namespace feature_toggle {
 
 /// Serves the configuration page and its two actions, update and reboot, over HTTP.
 ///
-/// The service keeps copies of both documents. An update changes the copy of the secondary document
-/// and saves it to the secondary schema file. It does not read that file again, so it discards what
-/// other processes have saved there. Set both documents before `Listen`, not while it runs.
+/// The service keeps copies of both documents; set them before `Listen`. An update changes its copy
+/// of the secondary one and saves it, without reading the file again. It thus discards what other
+/// processes have saved there.
 class IFeatureToggleHTTP {
  public:
   IFeatureToggleHTTP() = default;
