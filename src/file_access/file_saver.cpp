@@ -103,8 +103,8 @@ bool StillNames(const Location& location, const std::string& name,
   return status && identity(*status) == identity(named);
 }
 
-// The file to be saved, as it was found: open for writing, with its status, or missing. It is
-// opened even if it will be replaced, because a file that may not be written must stay as it is.
+// The file to be saved, with its status, or without if it is missing. It is opened even if it will
+// be replaced, because a file that may not be written must stay. Only a plain one can be replaced.
 struct Target {
   explicit Target(const std::string& path) : file(open(path.c_str(), O_WRONLY | O_CLOEXEC)) {
     if (!file.IsOpen() && errno != ENOENT) Fail();
