@@ -26,8 +26,9 @@ def wrap(request, tmp_path):
         if script is not None:
             (tmp_path / "script").write_bytes(script)
         (tmp_path / "settings").write_text(settings.replace("SCRIPT", f"{tmp_path}/script"))
-        assert SETTINGS_FILE in WRAPPER
+        assert SETTINGS_FILE in WRAPPER and "/var/rwfs2/" in WRAPPER
         wrapper = WRAPPER.replace(SETTINGS_FILE, f"{tmp_path}/settings")
+        wrapper = wrapper.replace("/var/rwfs2/", "/nowhere/")  # which this machine may have
         run = subprocess.run([programs / "sh", "-c", wrapper, "wrapper", *command],
                              env={"PATH": str(programs), **env}, cwd=tmp_path / "work",
                              capture_output=True, check=False)
@@ -64,8 +65,8 @@ def test_variables(wrap, script, expected):
 
 # The content of the settings file, and the export script that is read; only SCRIPT exists.
 @pytest.mark.parametrize("settings, script", [
-    ("#FEATURE_TOGGLE_OUTPUT_PATH=SCRIPT\n", "/var/rwfs2/feature_toggle.sh"),
-    ("FEATURE_TOGGLE_OUTPUT_PATH=\n", "/var/rwfs2/feature_toggle.sh"),
+    ("#FEATURE_TOGGLE_OUTPUT_PATH=SCRIPT\n", "/nowhere/feature_toggle.sh"),
+    ("FEATURE_TOGGLE_OUTPUT_PATH=\n", "/nowhere/feature_toggle.sh"),
     ("A=1\n FEATURE_TOGGLE_OUTPUT_PATH=SCRIPT\nB=2\n", "SCRIPT"),
     ("FEATURE_TOGGLE_OUTPUT_PATH=/1\nFEATURE_TOGGLE_OUTPUT_PATH=SCRIPT\n", "SCRIPT"),
     ('FEATURE_TOGGLE_OUTPUT_PATH="SCRIPT"\n', "SCRIPT"),
